@@ -1,0 +1,247 @@
+#include "ZslTestSupport.h"
+
+#include <android-base/properties.h>
+#include <android/log.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "zebcam/utils/ULog.h"
+
+namespace zsltest {
+
+using NSCam::Type2Type;
+using NSCam::Utils::ULog::ULogger;
+
+namespace {
+
+LogCapture* gCapture = nullptr;
+
+void androidSink(__android_logger_data const* data, char const* message) {
+  if (gCapture != nullptr) {
+    gCapture->addAndroid(data->priority, message);
+  }
+}
+
+std::vector<std::string> bodiesOf(std::vector<LogLine> const& lines, std::string const& needle) {
+  std::vector<std::string> out;
+  for (auto const& line : lines) {
+    if (needle.empty() || line.body.find(needle) != std::string::npos) {
+      out.push_back(line.body);
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+LogLine parseLine(int priority, std::string_view raw) {
+  LogLine line;
+  line.priority = priority;
+  line.raw = std::string(raw);
+  line.body = line.raw;
+  if (raw.empty() || raw[0] != '[') {
+    return line;
+  }
+  size_t sep = raw.find("::");
+  size_t close = raw.find(']', sep == std::string_view::npos ? 0 : sep);
+  if (sep == std::string_view::npos || close == std::string_view::npos) {
+    return line;
+  }
+  line.function = std::string(raw.substr(1, sep - 1));
+  line.line = std::atoi(std::string(raw.substr(sep + 2, close - sep - 2)).c_str());
+  line.body = std::string(raw.substr(close + 1));
+  return line;
+}
+
+std::string withoutErrorSuffix(std::string const& body) {
+  size_t pos = body.rfind("){#");
+  if (pos == std::string::npos) {
+    return body;
+  }
+  size_t open = body.rfind(" (", pos);
+  return open == std::string::npos ? body : body.substr(0, open);
+}
+
+LogCapture::LogCapture(uint32_t detailsLevel, uint32_t mask, uint32_t mode) {
+  gCapture = this;
+  setGates(detailsLevel, mask, mode);
+  __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+  __android_log_set_logger(androidSink);
+  ULogger::setHostSink([](uint32_t, std::string_view, uint32_t level, std::string_view text) {
+    if (gCapture != nullptr) {
+      gCapture->addUnified(level, text);
+    }
+  });
+}
+
+LogCapture::~LogCapture() {
+  ULogger::setHostSink(nullptr);
+  __android_log_set_logger(__android_log_stderr_logger);
+  gCapture = nullptr;
+}
+
+void LogCapture::setGates(uint32_t detailsLevel, uint32_t mask, uint32_t mode) {
+  ULogger::sDetailsLevel = detailsLevel;
+  ULogger::sNormalDetailsMask = mask;
+  ULogger::sMode = mode;
+}
+
+std::vector<std::string> LogCapture::androidBodies() const { return bodiesOf(mAndroid, ""); }
+std::vector<std::string> LogCapture::unifiedBodies() const { return bodiesOf(mUnified, ""); }
+std::vector<std::string> LogCapture::androidWith(std::string const& needle) const {
+  return bodiesOf(mAndroid, needle);
+}
+std::vector<std::string> LogCapture::unifiedWith(std::string const& needle) const {
+  return bodiesOf(mUnified, needle);
+}
+
+bool LogCapture::hasLine(std::string const& body) const {
+  bool inAndroid = false;
+  for (auto const& line : mAndroid) {
+    inAndroid = inAndroid || withoutErrorSuffix(line.body) == body || line.body == body;
+  }
+  bool inUnified = false;
+  for (auto const& line : mUnified) {
+    inUnified = inUnified || line.body == body;
+  }
+  return inAndroid && inUnified;
+}
+
+void LogCapture::clear() {
+  mAndroid.clear();
+  mUnified.clear();
+}
+
+void LogCapture::addAndroid(int priority, char const* message) {
+  mAndroid.push_back(parseLine(priority, message == nullptr ? "" : message));
+}
+
+void LogCapture::addUnified(uint32_t level, std::string_view text) {
+  mUnified.push_back(parseLine(static_cast<int>(level), text));
+}
+
+StreamSets defaultStreams() {
+  StreamSets ss;
+  ss.halImages = {kImageStream};
+  ss.halMetas = {kHalMetaStream};
+  ss.appMetas = {kAppMetaStream};
+  return ss;
+}
+
+IMetadata appMeta(FrameState const& state) {
+  IMetadata meta;
+  if (state.afMode) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AF_MODE, *state.afMode);
+  if (state.afState) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AF_STATE, *state.afState);
+  if (state.lensState) IMetadata::setEntry<uint8_t>(&meta, ZEB_LENS_STATE, *state.lensState);
+  if (state.aeState) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AE_STATE, *state.aeState);
+  if (state.ev)
+    IMetadata::setEntry<int32_t>(&meta, ZEB_CONTROL_AE_EXPOSURE_COMPENSATION, *state.ev);
+  if (state.psl) IMetadata::setEntry<uint8_t>(&meta, ZEB_PSL_SETTING, *state.psl);
+  if (state.preCollectHint) {
+    IMetadata::setEntry<int32_t>(&meta, ZEB_CONTROL_CAPTURE_PRE_COLLECT_HINT,
+                                 *state.preCollectHint);
+  }
+  if (!state.sensorModeList.empty()) {
+    IMetadata::IEntry entry(ZEB_SENSOR_MODE_LIST);
+    for (int32_t item : state.sensorModeList) {
+      entry.push_back(item, Type2Type<int32_t>());
+    }
+    meta.update(ZEB_SENSOR_MODE_LIST, entry);
+  }
+  return meta;
+}
+
+namespace {
+
+IMetadata halMeta(FrameState const& state) {
+  IMetadata meta;
+  if (state.aeSoftStable)
+    IMetadata::setEntry<int32_t>(&meta, ZEB_AE_SOFT_STABLE, *state.aeSoftStable);
+  if (state.frameSync) IMetadata::setEntry<int64_t>(&meta, ZEB_FRAME_SYNC, *state.frameSync);
+  if (state.sensorMode)
+    IMetadata::setEntry<int32_t>(&meta, ZEB_P1NODE_SENSOR_MODE, *state.sensorMode);
+  return meta;
+}
+
+}  // namespace
+
+HistoryFrame makeFrame(uint32_t frameNo, int64_t ts, FrameState const& state) {
+  HistoryFrame hf;
+  hf.frameNo = frameNo;
+  hf.requestNo = frameNo;
+  hf.ts = ts;
+  hf.ss = defaultStreams();
+  hf.metas[kAppMetaStream] = appMeta(state);
+  hf.metas[kHalMetaStream] = halMeta(state);
+  return hf;
+}
+
+InflightFrame makeInflight(uint32_t frameNo, FrameState const& state) {
+  InflightFrame frame;
+  frame.frameNo = frameNo;
+  frame.requestNo = frameNo;
+  frame.ss = defaultStreams();
+  frame.meta = appMeta(state);
+  return frame;
+}
+
+ZslFrameInfo makeFrameInfo(std::optional<int32_t> cshot) {
+  ZslFrameInfo info;
+  info.needStreams = defaultStreams();
+  IMetadata control;
+  if (cshot) {
+    IMetadata::setEntry<int32_t>(&control, ZEB_CSHOT_FEATURE_CAPTURE, *cshot);
+  }
+  info.metas[kAppMetaStream] = control;
+  return info;
+}
+
+SelectInputParams makeStill(uint32_t requestNo, int64_t zsdTs, size_t wanted) {
+  SelectInputParams in;
+  in.requestNo = requestNo;
+  in.zsdTs = zsdTs;
+  for (size_t k = 0; k < wanted; ++k) {
+    in.frameInfos[static_cast<int32_t>(k)] = makeFrameInfo(0);
+  }
+  return in;
+}
+
+SelectInputParams makeSeriesMember(uint32_t requestNo, int32_t idx, int32_t cnt) {
+  SelectInputParams in;
+  in.requestNo = requestNo;
+  in.ispHidlFrameIdx = idx;
+  in.ispHidlFrameCnt = cnt;
+  in.frameInfos[0] = makeFrameInfo();
+  return in;
+}
+
+int64_t tsOf(uint32_t frameNo) { return static_cast<int64_t>(frameNo) * 33'000'000; }
+
+void addHistory(SelectInputParams& in, uint32_t first, uint32_t last, FrameState const& state) {
+  for (uint32_t n = first; n <= last; ++n) {
+    in.history[n] = makeFrame(n, tsOf(n), state);
+  }
+}
+
+std::vector<std::pair<int32_t, uint32_t>> chosen(SelectOutputParams const& out) {
+  std::vector<std::pair<int32_t, uint32_t>> result;
+  for (auto const& [key, frame] : out.frames) {
+    result.emplace_back(key, frame.frameNo);
+  }
+  return result;
+}
+
+std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out) {
+  std::vector<std::pair<uint32_t, uint32_t>> result;
+  for (auto const& [frame, op] : out.ops) {
+    result.emplace_back(frame, static_cast<uint32_t>(op));
+  }
+  return result;
+}
+
+void setProperty(std::string const& key, std::string const& value) {
+  android::base::SetProperty(key, value);
+}
+
+}  // namespace zsltest

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CzRovaZslSelector.h"
+#include "zebcam/custzone/zsl/ISelector.h"
+#include "zebcam/metadata/IMetadata.h"
+#include "zebcam/metadata/ZebMetadataTag.h"
+
+namespace zsltest {
+
+using NSCam::IMetadata;
+using NSCam::CustZone::CzRovaZslSelector;
+using HistoryFrame = NSCam::CustZone::ZslPolicy::ISelector::HistoryFrame;
+using InflightFrame = NSCam::CustZone::ZslPolicy::ISelector::InflightFrame;
+using ZslFrameInfo = NSCam::CustZone::ZslPolicy::ISelector::ZslFrameInfo;
+using SelectInputParams = NSCam::CustZone::ZslPolicy::ISelector::SelectInputParams;
+using SelectOutputParams = NSCam::CustZone::ZslPolicy::ISelector::SelectOutputParams;
+using SubSeqReq = NSCam::CustZone::ZslPolicy::ISelector::SubSeqReq;
+using OpT = NSCam::CustZone::ZslPolicy::ISelector::OpT;
+using StreamSets = NSCam::CustZone::ZslPolicy::StreamSets;
+
+inline constexpr int32_t kImageStream = 0x1;
+inline constexpr int32_t kHalMetaStream = 0x2000000;   // P1 metadata of sensor 0
+inline constexpr int32_t kAppMetaStream = 0x40000001;  // control metadata
+inline constexpr uint32_t kNoFrame = 0xFFFFFFFF;
+
+// One log line as a sink received it.
+struct LogLine {
+  int priority = 0;      // Android priority or unified level
+  std::string function;  // from "[function::line]"
+  int line = 0;
+  std::string body;  // everything after "[function::line]"
+  std::string raw;
+};
+
+// Captures both sinks for its lifetime and sets the logger's gates. Only one
+// may live at a time.
+class LogCapture {
+ public:
+  explicit LogCapture(uint32_t detailsLevel = 5, uint32_t mask = 0x101000, uint32_t mode = 3);
+  ~LogCapture();
+  LogCapture(LogCapture const&) = delete;
+  LogCapture& operator=(LogCapture const&) = delete;
+
+  static void setGates(uint32_t detailsLevel, uint32_t mask, uint32_t mode);
+
+  std::vector<LogLine> const& android() const { return mAndroid; }
+  std::vector<LogLine> const& unified() const { return mUnified; }
+  // Bodies of every captured line of one sink, in order.
+  std::vector<std::string> androidBodies() const;
+  std::vector<std::string> unifiedBodies() const;
+  // Bodies of the lines of one sink that contain `needle`.
+  std::vector<std::string> androidWith(std::string const& needle) const;
+  std::vector<std::string> unifiedWith(std::string const& needle) const;
+  // Whether both sinks hold a line whose body is exactly `body` (the Android
+  // copy of an error line compared without its location suffix).
+  bool hasLine(std::string const& body) const;
+  void clear();
+
+  // Called by the sinks.
+  void addAndroid(int priority, char const* message);
+  void addUnified(uint32_t level, std::string_view text);
+
+ private:
+  std::vector<LogLine> mAndroid;
+  std::vector<LogLine> mUnified;
+};
+
+// Splits "[function::line]body".
+LogLine parseLine(int priority, std::string_view raw);
+// Drops the " (function){#line:path}" suffix of an Android error line.
+std::string withoutErrorSuffix(std::string const& body);
+
+// What a frame's metadata reports; absent optionals leave the tag out.
+struct FrameState {
+  std::optional<uint8_t> afMode = 4;   // CONTINUOUS_PICTURE
+  std::optional<uint8_t> afState = 2;  // PASSIVE_FOCUSED
+  std::optional<uint8_t> lensState = 0;
+  std::optional<uint8_t> aeState = 2;  // CONVERGED
+  std::optional<int32_t> aeSoftStable = 1;
+  std::optional<int64_t> frameSync = 0;
+  std::optional<int32_t> ev = 0;
+  std::optional<uint8_t> psl;
+  std::optional<int32_t> sensorMode = 0;  // P1 sensor mode of sensor 0
+  std::optional<int32_t> preCollectHint;
+  std::vector<int32_t> sensorModeList;  // (key, value) pairs, left out when empty
+};
+
+// The streams every test frame carries and every test request needs.
+StreamSets defaultStreams();
+// Application metadata (under kAppMetaStream) built from `state`.
+IMetadata appMeta(FrameState const& state);
+HistoryFrame makeFrame(uint32_t frameNo, int64_t ts, FrameState const& state = {});
+InflightFrame makeInflight(uint32_t frameNo, FrameState const& state = {});
+// A wanted frame needing the default streams; `cshot` sets ZEB_CSHOT_FEATURE_CAPTURE.
+ZslFrameInfo makeFrameInfo(std::optional<int32_t> cshot = std::nullopt);
+// A still capture (continuous-shot tag 0) wanting `wanted` frames.
+SelectInputParams makeStill(uint32_t requestNo, int64_t zsdTs, size_t wanted = 1);
+// One member of a reprocessing series (no continuous-shot tag).
+SelectInputParams makeSeriesMember(uint32_t requestNo, int32_t idx, int32_t cnt);
+// History of frames first..last, frame n at ts n * 33'000'000 ns.
+void addHistory(SelectInputParams& in, uint32_t first, uint32_t last, FrameState const& state = {});
+int64_t tsOf(uint32_t frameNo);
+
+// Frame numbers chosen, by key; operations as (frame, op) pairs.
+std::vector<std::pair<int32_t, uint32_t>> chosen(SelectOutputParams const& out);
+std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out);
+
+// Sets or clears (empty value) an Android system property of this process.
+void setProperty(std::string const& key, std::string const& value);
+
+}  // namespace zsltest
