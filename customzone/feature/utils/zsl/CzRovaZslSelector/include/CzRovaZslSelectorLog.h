@@ -38,30 +38,28 @@ inline bool debugOn(int32_t selectorLogLevel) { return debugOn() & (selectorLogL
 // hands it to the unified logger; a formatting failure drops it. True when written.
 bool writeUnified(uint32_t level, char const* fmt, ...) __attribute__((format(printf, 2, 3)));
 
+// One warning, info or debug line to every sink sMode opens. The arguments are
+// evaluated once, however many sinks are open.
+void emit(int priority, uint32_t level, char const* fmt, ...) __attribute__((format(printf, 3, 4)));
+// One error line; only the Android copy carries " (func){#line:path}".
+void emitError(char const* func, int line, char const* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+// An error line, the unified logger's fatal-error operation (when the unified
+// copy was written), then the Android log assertion.
+[[noreturn]] void emitFatal(char const* func, int line, char const* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+
 }  // namespace NSCam::CustZone::zsllog
 
-#define CZ_LOG_EMIT_(func, prio, level, fmt, ...)                                                \
-  do {                                                                                           \
-    if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kAndroidSink)     \
-      __android_log_print(prio, ::NSCam::CustZone::zsllog::kTag, "[%s::%d]" fmt, func, __LINE__, \
-                          ##__VA_ARGS__);                                                        \
-    if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kUnifiedSink)     \
-      ::NSCam::CustZone::zsllog::writeUnified(level, "[%s::%d]" fmt, func, __LINE__,             \
-                                              ##__VA_ARGS__);                                    \
-  } while (0)
+#define CZ_LOG_EMIT_(func, prio, level, fmt, ...) \
+  ::NSCam::CustZone::zsllog::emit(prio, level, "[%s::%d]" fmt, func, __LINE__, ##__VA_ARGS__)
 
 // Error lines carry the location suffix on the Android copy only.
-#define CZ_LOGE_AT(func, fmt, ...)                                                                 \
-  do {                                                                                             \
-    if (::NSCam::CustZone::zsllog::errorOn()) {                                                    \
-      if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kAndroidSink)     \
-        __android_log_print(ANDROID_LOG_ERROR, ::NSCam::CustZone::zsllog::kTag,                    \
-                            "[%s::%d]" fmt " (%s){#%d:%s}", func, __LINE__, ##__VA_ARGS__, func,   \
-                            __LINE__, ::NSCam::CustZone::zsllog::kSourcePath);                     \
-      if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kUnifiedSink)     \
-        ::NSCam::CustZone::zsllog::writeUnified(::NSCam::CustZone::zsllog::kError, "[%s::%d]" fmt, \
-                                                func, __LINE__, ##__VA_ARGS__);                    \
-    }                                                                                              \
+#define CZ_LOGE_AT(func, fmt, ...)                                                         \
+  do {                                                                                     \
+    if (::NSCam::CustZone::zsllog::errorOn())                                              \
+      ::NSCam::CustZone::zsllog::emitError(func, __LINE__, "[%s::%d]" fmt, func, __LINE__, \
+                                           ##__VA_ARGS__);                                 \
   } while (0)
 
 #define CZ_LOGW_AT(func, fmt, ...)                                                   \
@@ -94,21 +92,9 @@ bool writeUnified(uint32_t level, char const* fmt, ...) __attribute__((format(pr
   } while (0)
 
 // A broken invariant: logged as an error, the unified log flushed, the process aborted.
-#define CZ_LOG_FATAL_AT(func, fmt, ...)                                                            \
-  do {                                                                                             \
-    bool czUnifiedWritten = false;                                                                 \
-    if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kAndroidSink)       \
-      __android_log_print(ANDROID_LOG_ERROR, ::NSCam::CustZone::zsllog::kTag,                      \
-                          "[%s::%d]" fmt " (%s){#%d:%s}", func, __LINE__, ##__VA_ARGS__, func,     \
-                          __LINE__, ::NSCam::CustZone::zsllog::kSourcePath);                       \
-    if (::NSCam::CustZone::zsllog::ULogger::sMode & ::NSCam::CustZone::zsllog::kUnifiedSink)       \
-      czUnifiedWritten = ::NSCam::CustZone::zsllog::writeUnified(                                  \
-          ::NSCam::CustZone::zsllog::kError, "[%s::%d]" fmt, func, __LINE__, ##__VA_ARGS__);       \
-    if (czUnifiedWritten) ::NSCam::CustZone::zsllog::ULogger::sULogger.fatalError(1);              \
-    __android_log_assert(nullptr, ::NSCam::CustZone::zsllog::kTag, "[%s::%d]" fmt " (%s){#%d:%s}", \
-                         func, __LINE__, ##__VA_ARGS__, func, __LINE__,                            \
-                         ::NSCam::CustZone::zsllog::kSourcePath);                                  \
-  } while (0)
+#define CZ_LOG_FATAL_AT(func, fmt, ...)                                                \
+  ::NSCam::CustZone::zsllog::emitFatal(func, __LINE__, "[%s::%d]" fmt, func, __LINE__, \
+                                       ##__VA_ARGS__)
 
 #define CZ_LOGE(fmt, ...) CZ_LOGE_AT(__FUNCTION__, fmt, ##__VA_ARGS__)
 #define CZ_LOGW(fmt, ...) CZ_LOGW_AT(__FUNCTION__, fmt, ##__VA_ARGS__)

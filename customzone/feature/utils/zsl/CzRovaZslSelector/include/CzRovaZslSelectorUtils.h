@@ -121,7 +121,8 @@ inline std::string toString(unsigned policy) {
       out += ' ';
     }
   }
-  out += '}';
+  // A word with no named bit still prints two spaces between the braces.
+  out += out.size() == 2 ? " }" : "}";
   return out;
 }
 
