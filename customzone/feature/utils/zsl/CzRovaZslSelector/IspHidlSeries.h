@@ -114,4 +114,98 @@ inline void lockPending(CzRovaZslSelector::IspHidlReqObj const& record,
   }
 }
 
+// The frame numbers the host has or is capturing, ascending.
+inline std::set<uint32_t> knownFrames(
+    std::map<uint32_t, ISelector::HistoryFrame> const& history,
+    std::map<uint32_t, ISelector::InflightFrame> const& inflight) {
+  std::set<uint32_t> frames;
+  for (auto const& entry : history) {
+    frames.insert(frames.end(), entry.first);
+  }
+  for (auto const& entry : inflight) {
+    frames.insert(entry.first);
+  }
+  return frames;
+}
+
+// " F10 F11 F12".
+template <typename Frames>
+std::string frameNumbersForm(Frames const& frames) {
+  std::string out;
+  for (uint32_t frame : frames) {
+    out += " F";
+    out += std::to_string(frame);
+  }
+  return out;
+}
+
+// Wants `cnt` frames, the missing ones with the first wanted frame's needs.
+inline void wantEvery(std::map<int32_t, ISelector::ZslFrameInfo>& frameInfos, int32_t cnt) {
+  if (frameInfos.empty()) {
+    return;
+  }
+  ISelector::ZslFrameInfo const firstInfo = frameInfos.begin()->second;
+  for (int32_t k = 1; k < cnt; ++k) {
+    frameInfos.emplace(k, firstInfo);
+  }
+}
+
+// Every member of the series, `cnt` requests from `first`, goes without ZSL.
+inline void mapToNoFrame(CzRovaZslSelector::IspHidlReqObj& record, uint32_t first, int32_t cnt) {
+  for (int32_t u = 0; u < cnt; ++u) {
+    uint32_t const member = first + static_cast<uint32_t>(u);
+    record.mapping[member] = kNoFrame;
+    record.needSelectReqs.insert(member);
+  }
+}
+
+// The series waited too long: its open members go without ZSL and give up
+// their locked frames; members answered earlier keep their frames.
+inline void timeOut(CzRovaZslSelector::IspHidlReqObj& record,
+                    std::map<uint32_t, ISelector::HistoryFrame> const& history,
+                    ISelector::SelectOutputParams& result, uint32_t request, uint32_t first,
+                    int32_t cnt, std::string const& prefix, char const* fn, int32_t logLevel) {
+  if (record.mapping.empty()) {
+    mapToNoFrame(record, first, cnt);
+  } else {
+    for (uint32_t member : record.needSelectReqs) {
+      uint32_t& mapped = record.mapping[member];
+      uint32_t const frame = mapped;
+      mapped = kNoFrame;
+      auto hf = history.find(frame);
+      if (hf != history.end() && hf->second.locked) {
+        result.ops.emplace(frame, ISelector::OpT::Unlock);
+        CZ_LOGD_LV_AT(logLevel, fn, "%s UNLOCK: (TIMEOUT: operate at R%u) R%u [hF%u]",
+                      prefix.c_str(), request, member, frame);
+      }
+    }
+  }
+  CZ_LOGI_AT(fn, "%s MAPPING: (TIMEOUT: operate at R%u) %s", prefix.c_str(), request,
+             mappingForm(record.mapping).c_str());
+}
+
+// Answers `request` when it is the oldest member still waiting and its frame
+// is at hand (or it goes without ZSL); otherwise the request waits.
+inline void handOut(CzRovaZslSelector::IspHidlReqObj& record,
+                    std::map<uint32_t, ISelector::HistoryFrame> const& history,
+                    ISelector::SelectOutputParams& result, uint32_t request,
+                    std::string const& prefix, char const* fn, int32_t logLevel) {
+  if (!record.needSelectReqs.empty() && *record.needSelectReqs.begin() != request) {
+    CZ_LOGD_LV_AT(logLevel, fn, "%s DEBUG: cannot select R%u (FIFO), needSelectReqs={%s}",
+                  prefix.c_str(), request, pendingForm(record.needSelectReqs).c_str());
+    return;
+  }
+  auto mapped = record.mapping.find(request);
+  if (mapped == record.mapping.end()) {
+    CZ_LOG_FATAL_AT(fn, "%s INVALID: R%u fail to get request mapping", prefix.c_str(), request);
+  }
+  uint32_t const frame = mapped->second;
+  if (frame != kNoFrame && history.count(frame) == 0) {
+    return;
+  }
+  result.frames[0] = ISelector::ZslFrameResult{frame, 0};
+  record.needSelectReqs.erase(request);
+  CZ_LOGD_LV_AT(logLevel, fn, "%s SELECT: R%u [hF%u]", prefix.c_str(), request, frame);
+}
+
 }  // namespace NSCam::CustZone::series
