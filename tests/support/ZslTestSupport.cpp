@@ -3,6 +3,7 @@
 #include <android-base/properties.h>
 #include <android/log.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -238,6 +239,31 @@ std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out) 
     result.emplace_back(frame, static_cast<uint32_t>(op));
   }
   return result;
+}
+
+std::vector<std::string> linesOf(std::vector<LogLine> const& lines,
+                                 std::vector<std::string> const& functions) {
+  std::vector<std::string> out;
+  for (auto const& line : lines) {
+    if (functions.empty() ||
+        std::find(functions.begin(), functions.end(), line.function) != functions.end()) {
+      out.push_back(line.function + ": " + withoutErrorSuffix(line.body));
+    }
+  }
+  return out;
+}
+
+std::vector<std::string> bothSinks(LogCapture const& logs,
+                                   std::vector<std::string> const& functions) {
+  std::vector<std::string> android = linesOf(logs.android(), functions);
+  std::vector<std::string> unified = linesOf(logs.unified(), functions);
+  if (android == unified) {
+    return unified;
+  }
+  android.insert(android.begin(), "<android>");
+  android.push_back("<unified>");
+  android.insert(android.end(), unified.begin(), unified.end());
+  return android;
 }
 
 void setProperty(std::string const& key, std::string const& value) {

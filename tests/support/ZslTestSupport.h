@@ -110,6 +110,15 @@ int64_t tsOf(uint32_t frameNo);
 std::vector<std::pair<int32_t, uint32_t>> chosen(SelectOutputParams const& out);
 std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out);
 
+// "function: body" of each line whose function is one of `functions` (all when
+// empty); Android error lines without their location suffix.
+std::vector<std::string> linesOf(std::vector<LogLine> const& lines,
+                                 std::vector<std::string> const& functions = {});
+// linesOf both sinks when they agree; otherwise both lists, marked, so that a
+// comparison with the expected lines fails and shows the difference.
+std::vector<std::string> bothSinks(LogCapture const& logs,
+                                   std::vector<std::string> const& functions = {});
+
 // Sets or clears (empty value) an Android system property of this process.
 void setProperty(std::string const& key, std::string const& value);
 
