@@ -266,6 +266,47 @@ std::vector<std::string> bothSinks(LogCapture const& logs,
   return android;
 }
 
+SelectInputParams SeriesHost::member(uint32_t requestNo, int32_t idx, int32_t cnt,
+                                     int64_t elapsedMs) const {
+  SelectInputParams in = makeSeriesMember(requestNo, idx, cnt);
+  in.elapsedMs = elapsedMs;
+  in.history = history;
+  in.inflight = inflight;
+  return in;
+}
+
+SelectOutputParams SeriesHost::serve(SelectInputParams const& in) {
+  SelectOutputParams out = selector.select(in);
+  for (auto const& [frameNo, op] : out.ops) {
+    auto hf = history.find(frameNo);
+    if (hf != history.end() && op != OpT::Release) {
+      hf->second.locked = op == OpT::Lock;
+    }
+  }
+  return out;
+}
+
+SelectOutputParams SeriesHost::call(uint32_t requestNo, int32_t idx, int32_t cnt,
+                                    int64_t elapsedMs) {
+  return serve(member(requestNo, idx, cnt, elapsedMs));
+}
+
+void SeriesHost::capture(uint32_t first, uint32_t last, FrameState const& state) {
+  for (uint32_t n = first; n <= last; ++n) {
+    inflight[n] = makeInflight(n, state);
+    history.erase(n);
+  }
+}
+
+void SeriesHost::arrive(uint32_t first, uint32_t last, FrameState const& state) {
+  for (uint32_t n = first; n <= last; ++n) {
+    inflight.erase(n);
+    history[n] = makeFrame(n, tsOf(n), state);
+  }
+}
+
+void SeriesHost::leave(uint32_t frameNo) { history.erase(frameNo); }
+
 void setProperty(std::string const& key, std::string const& value) {
   android::base::SetProperty(key, value);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -118,6 +119,26 @@ std::vector<std::string> linesOf(std::vector<LogLine> const& lines,
 // comparison with the expected lines fails and shows the difference.
 std::vector<std::string> bothSinks(LogCapture const& logs,
                                    std::vector<std::string> const& functions = {});
+
+// A host that keeps its history and in-flight frames across select calls as a
+// pipeline would: the selector's lock and unlock operations set the frames'
+// `locked`, frames arrive from flight and leave the history.
+struct SeriesHost {
+  CzRovaZslSelector selector;
+  std::map<uint32_t, HistoryFrame> history;
+  std::map<uint32_t, InflightFrame> inflight;
+
+  // A series member seeing the current history and in-flight frames.
+  SelectInputParams member(uint32_t requestNo, int32_t idx, int32_t cnt,
+                           int64_t elapsedMs = 0) const;
+  // Calls select and applies the lock and unlock operations to the history.
+  SelectOutputParams serve(SelectInputParams const& in);
+  SelectOutputParams call(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0);
+  // Frames first..last captured (in flight), arrived in the history, or gone.
+  void capture(uint32_t first, uint32_t last, FrameState const& state = {});
+  void arrive(uint32_t first, uint32_t last, FrameState const& state = {});
+  void leave(uint32_t frameNo);
+};
 
 // Sets or clears (empty value) an Android system property of this process.
 void setProperty(std::string const& key, std::string const& value);
