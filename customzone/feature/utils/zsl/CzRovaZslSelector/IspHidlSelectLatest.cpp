@@ -103,9 +103,7 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_Latest(
             series::mappingForm(record->mapping).c_str());
   }
 
-  series::handOut(*record, history, result, request, prefix, __FUNCTION__, mLogLevel);
-  series::lockPending(*record, history, result, request, prefix, __FUNCTION__, mLogLevel);
-  if (record->needSelectReqs.empty()) {
+  if (series::serveInOrder(*record, history, result, request, prefix, __FUNCTION__, mLogLevel)) {
     series::erase(mIspHidlReqs_Latest, first, request, prefix, __FUNCTION__);
   }
   return result;

@@ -208,4 +208,15 @@ inline void handOut(CzRovaZslSelector::IspHidlReqObj& record,
   CZ_LOGD_LV_AT(logLevel, fn, "%s SELECT: R%u [hF%u]", prefix.c_str(), request, frame);
 }
 
+// One call's turn of a mapped series: the due member is answered and the
+// frames of the later ones are locked. True once every member is answered.
+inline bool serveInOrder(CzRovaZslSelector::IspHidlReqObj& record,
+                         std::map<uint32_t, ISelector::HistoryFrame> const& history,
+                         ISelector::SelectOutputParams& result, uint32_t request,
+                         std::string const& prefix, char const* fn, int32_t logLevel) {
+  handOut(record, history, result, request, prefix, fn, logLevel);
+  lockPending(record, history, result, request, prefix, fn, logLevel);
+  return record.needSelectReqs.empty();
+}
+
 }  // namespace NSCam::CustZone::series
