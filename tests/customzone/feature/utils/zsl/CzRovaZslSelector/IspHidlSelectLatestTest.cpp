@@ -59,6 +59,7 @@ TEST_F(LatestTest, SeriesTakesTheNewestFramesInOrderAndLocksTheRest) {
   auto out = call(50, 0, 3);
   EXPECT_EQ(chosen(out), (Chosen{{0, 13}}));
   EXPECT_EQ(opsOf(out), (Ops{{14, kLock}, {15, kLock}}));
+  EXPECT_TRUE(mLogs.hasLine(mPrefix + "INFO: hint=2, policy=None"));
   EXPECT_EQ(lines(),
             said({"EMPLACE: new IspHidlReqObj(50 - 0), existing IspHidlReqObj={index=50 }",
                   "DEBUG: curFrameNumbers={ F10 F11 F12 F13 F14 F15}",

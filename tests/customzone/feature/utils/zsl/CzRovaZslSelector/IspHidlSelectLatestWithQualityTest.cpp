@@ -57,6 +57,8 @@ TEST_F(QualityTest, BothRunsPassNewestIsMappedAndTheSpareUnlockedAtTheEnd) {
   auto out = host.serve(in);
   EXPECT_TRUE(out.frames.empty());
   EXPECT_EQ(opsOf(out), (Ops{{23, kLock}, {24, kLock}, {25, kLock}}));
+  EXPECT_TRUE(
+      mLogs.hasLine(mPrefix + "INFO: hint=3, policy={ AFStable AESoftStable ContinuousFrame }"));
   EXPECT_EQ(lines(),
             (Lines{line("EMPLACE: new IspHidlReqObj(80 - 0), existing IspHidlReqObj={index=80 }"),
                    line("DEBUG: curFrameNumbers={ F20 F21 F22 F23 F24 F25}"),

@@ -59,6 +59,8 @@ TEST_F(FifoTest, WholeSeriesChosenAtOnceAndHandedOutInOrder) {
   auto out = host.serve(in);
   EXPECT_EQ(chosen(out), (Chosen{{0, 11}}));
   EXPECT_EQ(opsOf(out), (Ops{{12, kLock}, {13, kLock}}));
+  EXPECT_TRUE(mLogs.hasLine(
+      mPrefix + "INFO: hint=1, policy={ AFStable AESoftStable ZeroShutterDelay ContinuousFrame }"));
   EXPECT_EQ(lines(),
             said({"EMPLACE: new IspHidlReqObj(57 - 0), existing IspHidlReqObj={index=57 }",
                   "MAPPING: (operate at R57) R57[hF11] R58[hF12] R59[hF13] ", "SELECT: R57 [hF11]",
