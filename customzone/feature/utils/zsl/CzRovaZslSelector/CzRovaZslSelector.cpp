@@ -21,8 +21,10 @@ constexpr char kPropForcePolicy[] = "vendor.debug.camera.zsl.force.policy";
 constexpr char kPropForceTimeout[] = "vendor.debug.camera.zsl.force.timeout";
 constexpr char kPropForceHint[] = "vendor.debug.camera.zsl.force.hint";
 
-// Low word mPolicy, high word mCShotPolicy.
-constexpr uint64_t kPolicyPair = 0x0003000000030005ULL;
+// AFStable AESoftStable ZeroShutterDelay ContinuousFrame.
+constexpr uint32_t kDefaultPolicy = 0x30005;
+// AFStable AEStable.
+constexpr uint32_t kContinuousShotPolicy = 0x3;
 constexpr uint32_t kLatestWithQualityPolicy = 0x20005;
 
 enum Hint : int32_t {
@@ -75,8 +77,8 @@ CzRovaZslSelector::CzRovaZslSelector()
       mPslTimeoutMs(5000),
       mLogLevel(property_get_int32(kPropLogLevel, 1)),
       mZslTimeMs(property_get_int64(kPropZslTime, 130)),
-      mPolicy(static_cast<uint32_t>(kPolicyPair)),
-      mCShotPolicy(static_cast<uint32_t>(kPolicyPair >> 32)) {
+      mPolicy(kDefaultPolicy),
+      mCShotPolicy(kContinuousShotPolicy) {
   CZ_LOGD("CzRovaZslSelector ctor(%p), mLogLevel(%d)", static_cast<void*>(this), mLogLevel);
 }
 
