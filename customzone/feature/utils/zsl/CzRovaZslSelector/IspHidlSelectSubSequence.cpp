@@ -65,16 +65,6 @@ class WantedSettings {
   bool mPslFirst;
 };
 
-// " F10 F11".
-std::string frameNumbersForm(std::vector<uint32_t> const& frames) {
-  std::string out;
-  for (uint32_t frame : frames) {
-    out += " F";
-    out += std::to_string(frame);
-  }
-  return out;
-}
-
 // "[0]F10 [1]F11 ".
 std::string subSequenceForm(std::map<uint32_t, uint32_t> const& run) {
   std::string out;
@@ -224,7 +214,7 @@ std::vector<uint32_t> collectCandidates(Call const& c, int64_t zslTimeMs,
   // A frame reported both in the history and in flight is one candidate.
   frameNoList.erase(std::unique(frameNoList.begin(), frameNoList.end()), frameNoList.end());
   CZ_LOGD_LV_AT(c.logLevel, kFn, "%s DEBUG: curFrameNumbers={%s}", c.prefix.c_str(),
-                frameNumbersForm(frameNoList).c_str());
+                series::frameNumbersForm(frameNoList).c_str());
   return frameNoList;
 }
 
@@ -296,29 +286,6 @@ void plan(Call const& c, int64_t zslTimeMs, WantedSettings& wanted, Record& reco
     result.ops[frame] = OpT::Release;
   }
   CZ_LOGI_AT(kFn, "%s MAPPING: (operate at R%u) %s", c.prefix.c_str(), c.request,
-             series::mappingForm(record.mapping).c_str());
-}
-
-// Every open request falls back to capture without zero shutter lag.
-void timeOut(Call const& c, Record& record, Output& result) {
-  if (record.mapping.empty()) {
-    for (uint32_t k = 0; k < c.cnt; ++k) {
-      record.mapping[c.key + k] = kNoFrame;
-      record.needSelectReqs.insert(c.key + k);
-    }
-  } else {
-    for (uint32_t member : record.needSelectReqs) {
-      uint32_t& frame = record.mapping[member];
-      auto hf = c.in.history.find(frame);
-      if (hf != c.in.history.end() && hf->second.locked) {
-        result.ops.emplace(frame, OpT::Unlock);
-        CZ_LOGD_LV_AT(c.logLevel, kFn, "%s UNLOCK: (TIMEOUT: operate at R%u) R%u [hF%u]",
-                      c.prefix.c_str(), c.request, member, frame);
-      }
-      frame = kNoFrame;
-    }
-  }
-  CZ_LOGI_AT(kFn, "%s MAPPING: (TIMEOUT: operate at R%u) %s", c.prefix.c_str(), c.request,
              series::mappingForm(record.mapping).c_str());
 }
 
@@ -404,7 +371,6 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_SubSequence(
     SelectInputParams const& params, std::string const& prefix) const {
   int32_t const idx = params.ispHidlFrameIdx;
   int32_t const cnt = params.ispHidlFrameCnt;
-  // Index-aligned bookkeeping only ever grows up to the series count.
   auto outsideSeries = [&](int32_t seriesCnt) {
     CZ_LOGE(
         "%s INVALID: R%u (idx=%d) is outside its series of %d, use multiFrameSelect with "
@@ -412,6 +378,7 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_SubSequence(
         prefix.c_str(), params.requestNo, idx, seriesCnt, toString(mPolicy).c_str());
     return multiFrameSelect(params, prefix, mPolicy);
   };
+  // Index-aligned bookkeeping only ever grows up to the series count.
   if (params.frameInfos.empty() || idx < 0 || cnt < 1 || cnt > kMaxIspHidlFrameCnt || idx >= cnt) {
     return outsideSeries(cnt);
   }
@@ -448,14 +415,16 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_SubSequence(
   if (record->needStreams.size() <= static_cast<size_t>(idx)) {
     auto const& first = params.frameInfos.begin()->second;
     SensorModeMap const checks = filterSensorModes(params.sensorModeTargets, first.checkSensorIds);
-    record->needStreams.resize(idx + 1, first.needStreams);
-    record->sensorModeChecks.resize(idx + 1, checks);
+    size_t const size = static_cast<size_t>(idx) + 1;
+    record->needStreams.resize(size, first.needStreams);
+    record->sensorModeChecks.resize(size, checks);
   }
 
   SelectOutputParams result;
   int64_t const limitMs = pslIndex != 0 ? mTimeoutMs : mPslTimeoutMs;
   if (params.elapsedMs >= limitMs) {
-    timeOut(call, *record, result);
+    series::timeOut(*record, params.history, result, call.request, call.key, cnt, prefix, kFn,
+                    mLogLevel);
   }
   if (record->mapping.empty()) {
     plan(call, mZslTimeMs, wanted, *record, result);
