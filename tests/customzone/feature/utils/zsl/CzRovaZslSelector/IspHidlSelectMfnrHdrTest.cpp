@@ -94,6 +94,53 @@ std::string obj(uint32_t r, uint32_t frame, int32_t ev, int32_t status) {
          " .evSetting=" + std::to_string(ev) + " .status=" + std::to_string(status) + "} ";
 }
 
+TEST_F(MfnrHdrTest, NoiseReductionSeriesCountsTheLatestFramesHandedOut) {
+  mHistory.inflight[28] = makeInflight(28);
+
+  // F26..F28 are the newest: F26 goes now, F27 is locked, F28 is still in flight.
+  SelectOutputParams out = run(mfll(50, 0, 3));
+  EXPECT_EQ(chosen(out), (Chosen{{0, 26}}));
+  EXPECT_EQ(opsOf(out), (std::vector<std::pair<uint32_t, uint32_t>>{{27, 0}}));
+  EXPECT_EQ(lines(), Lines{pfx(50, 0, 3) + "STATE: select MFLL frames #1, current frames #0->#1"});
+  mHistory.history[27].locked = true;
+
+  // An HDR member and an out-of-order member both wait; neither moves the count.
+  EXPECT_TRUE(run(hdr(60, 0, 3, 0)).frames.empty());
+  EXPECT_EQ(lines(), Lines{pfx(60, 0, 3) +
+                           "DEBUG: is pre-collect, IspHidlReqObj={index=null }, send to pending"});
+  EXPECT_TRUE(run(mfll(52, 2, 3)).frames.empty());
+  EXPECT_EQ(lines(), Lines{});
+
+  EXPECT_EQ(chosen(run(mfll(51, 1, 3))), (Chosen{{0, 27}}));
+  EXPECT_EQ(lines(), Lines{pfx(51, 1, 3) + "STATE: select MFLL frames #1, current frames #1->#2"});
+  EXPECT_TRUE(run(mfll(52, 2, 3)).frames.empty());
+  EXPECT_EQ(lines(), Lines{});
+
+  // F28 lands: the last member completes the series and HDR becomes current.
+  mHistory.inflight.clear();
+  mHistory.history[28] = makeFrame(28, tsOf(28));
+  EXPECT_EQ(chosen(run(mfll(52, 2, 3))), (Chosen{{0, 28}}));
+  EXPECT_EQ(lines(),
+            (Lines{pfx(52, 2, 3) + "STATE: select MFLL frames #1, current frames #2->#3",
+                   pfx(52, 2, 3) + "STATE: get all MFLL frames #3, current frames #3, change "
+                                   "status to HDR"}));
+  EXPECT_TRUE(run(mfll(70, 0, 1)).frames.empty());
+  addPreCollected(29);
+  EXPECT_EQ(chosen(run(hdr(60, 0, 1, 0))), (Chosen{{1, 29}}));
+}
+
+TEST_F(MfnrHdrTest, SeriesLongerThanTheHistoryGoesWithoutZsl) {
+  // Ten members over eight known frames: each is answered without a frame, and
+  // each answer counts.
+  for (int32_t idx = 0; idx < 10; ++idx) {
+    EXPECT_EQ(chosen(run(mfll(80 + idx, idx, 10))), (Chosen{{0, kNoFrame}}));
+  }
+  EXPECT_EQ(lines(),
+            (Lines{pfx(89, 9, 10) + "STATE: select MFLL frames #1, current frames #9->#10",
+                   pfx(89, 9, 10) + "STATE: get all MFLL frames #10, current frames #10, change "
+                                    "status to HDR"}));
+}
+
 TEST_F(MfnrHdrTest, HdrSeriesServedInTurnThenBackToNoiseReduction) {
   enterHdrPhase();
   addPreCollected(28);
