@@ -194,6 +194,9 @@ void Pipeline::putInFlight(uint32_t frameNo) {
   if (auto it = mAnnounced.find(frameNo); it != mAnnounced.end()) {
     c.psl = it->second.psl;
     c.ev = it->second.ev;
+    if (it->second.sensorMode) {
+      c.sensorMode = it->second.sensorMode;
+    }
     mAnnounced.erase(it);
   }
   Pending pending;
@@ -265,15 +268,24 @@ void Pipeline::instantiate(RequestSpec const& spec, int64_t groupNs) {
   if (!spec.requestNo) {
     mNextRequestNo += static_cast<uint32_t>(spec.members);
   }
+  std::vector<Announce> toAnnounce = spec.announce;
+  if (spec.captureSettings) {
+    // The members' frames come right after those already in flight.
+    for (size_t i = 0; i < spec.settings.size(); ++i) {
+      MemberSettings const& m = spec.settings[i];
+      toAnnounce.push_back(Announce{static_cast<int32_t>(i) + 1, m.psl, m.ev, m.sensorMode});
+    }
+  }
   std::shared_ptr<std::vector<std::pair<uint32_t, SubSeqReq>>> announced;
-  if (!spec.announce.empty()) {
+  if (!toAnnounce.empty()) {
     int64_t newest = mInflight.empty() ? mLastLanded : mInflight.rbegin()->first;
     announced = std::make_shared<std::vector<std::pair<uint32_t, SubSeqReq>>>();
-    for (Announce const& a : spec.announce) {
+    for (Announce const& a : toAnnounce) {
       auto frameNo = static_cast<uint32_t>(newest + a.inFrames);
       mAnnounced[frameNo] = a;
       SubSeqReq req;
       req.setting = a.psl | (static_cast<uint64_t>(static_cast<uint32_t>(a.ev)) << 32);
+      req.sensorModes = sensorModesFor(a.sensorMode);
       announced->emplace_back(frameNo, req);
     }
   }

@@ -94,7 +94,7 @@ void Report::printHeader(Scenario const& scenario, std::string const& selectorNa
   if (!scenario.description.empty()) {
     std::fprintf(mLines, "  %s\n", scenario.description.c_str());
   }
-  std::fprintf(mLines, "\n%-7s %9s  %-18s %-31s %-16s %6s %8s  %-16s %s\n", "request", "at(ms)",
+  std::fprintf(mLines, "\n%-7s %9s  %-22s %-31s %-16s %6s %8s  %-16s %s\n", "request", "at(ms)",
                "kind", "route", "frames", "calls", "wait(ms)", "lag(ms)", "outcome");
 }
 
@@ -146,7 +146,7 @@ void Report::requestDone(RequestDone const& done) {
     return;
   }
   std::string ops = opsText(r);
-  std::fprintf(mLines, "R%-6u %9.1f  %-18s %-31s %-16s %6u %8" PRId64 "  %-16s %s%s%s\n",
+  std::fprintf(mLines, "R%-6u %9.1f  %-22s %-31s %-16s %6u %8" PRId64 "  %-16s %s%s%s\n",
                r.requestNo, static_cast<double>(r.openNs) / 1e6, r.label().c_str(),
                routeName(r.hint), frames.empty() ? "-" : frames.c_str(), r.calls, done.waitedMs,
                lags.empty() ? "-" : lags.c_str(), outcomeName(done), ops.empty() ? "" : "  ",

@@ -329,6 +329,10 @@ void readSeriesFields(Object const& o, Camera const& camera, RequestSpec& r) {
   if (r.preCollect && r.hint != 4) {
     throw Refusal{o.path("pre_collect"), "only a series with hint 4 carries the pre-collect hint"};
   }
+  r.captureSettings = o.boolean("capture_settings", false);
+  if (r.captureSettings && !o.has("settings")) {
+    throw Refusal{o.path("capture_settings"), "needs the members' settings"};
+  }
   if (o.has("settings")) {
     json const& settings = o.array("settings", 1, kMaxSeriesCount);
     if (settings.size() != static_cast<size_t>(r.members)) {
@@ -350,12 +354,16 @@ void readSeriesFields(Object const& o, Camera const& camera, RequestSpec& r) {
   if (o.has("announce")) {
     json const& announce = o.array("announce", 1, 16);
     for (size_t i = 0; i < announce.size(); ++i) {
-      Object a(announce[i], indexPath(o.path("announce"), i), {"in_frames", "psl", "ev"});
+      Object a(announce[i], indexPath(o.path("announce"), i),
+               {"in_frames", "psl", "ev", "sensor_mode"});
       a.require("in_frames");
       Announce entry;
       entry.inFrames = static_cast<int32_t>(a.integer("in_frames", 1, 1024, 1));
       entry.psl = static_cast<uint8_t>(a.integer("psl", 0, 255, 1));
       entry.ev = static_cast<int32_t>(a.integer("ev", -64, 64, 0));
+      if (a.has("sensor_mode")) {
+        entry.sensorMode = checkedSensorMode(a, "sensor_mode", camera);
+      }
       r.announce.push_back(entry);
     }
   }
@@ -377,8 +385,9 @@ RequestSpec readRequest(json const& value, std::string const& path, Scenario con
                                                   "request_no",  "zsd_ts_ns", "note",      "ev",
                                                   "sensor_mode", "shots",     "spacing_ms"};
   std::initializer_list<char const*> seriesKeys = {
-      "kind",  "at_ms", "every_ms", "times",     "request_no",  "zsd_ts_ns", "note",
-      "count", "hint",  "settings", "reuse_psl", "pre_collect", "announce",  "spacing_ms"};
+      "kind",      "at_ms",       "every_ms", "times",      "request_no",
+      "zsd_ts_ns", "note",        "count",    "hint",       "settings",
+      "reuse_psl", "pre_collect", "announce", "spacing_ms", "capture_settings"};
   Object o(value, path,
            kind == RequestKind::Still            ? stillKeys
            : kind == RequestKind::ContinuousShot ? cshotKeys

@@ -53,11 +53,13 @@ struct MemberSettings {
   std::optional<int32_t> sensorMode;
 };
 
-// A PSL frame the pipeline announces before it is in flight.
+// A frame the pipeline announces before it is in flight, and captures with
+// these settings.
 struct Announce {
   int32_t inFrames = 1;  // after the newest frame in flight when the series starts
   uint8_t psl = 1;
   int32_t ev = 0;
+  std::optional<int32_t> sensorMode;
 };
 
 struct RequestSpec {
@@ -75,6 +77,7 @@ struct RequestSpec {
   std::vector<MemberSettings> settings;
   bool reusePsl = false;
   bool preCollect = false;
+  bool captureSettings = false;  // the pipeline captures and announces the members' frames
   std::vector<Announce> announce;
   int64_t everyNs = 0;  // 0: once
   int64_t times = 1;

@@ -24,6 +24,7 @@ constexpr size_t kMaxRequestLanes = 40;
 
 char const* const kArrowColours[] = {"#1565c0", "#6a1b9a", "#00838f", "#ad1457",
                                      "#2e7d32", "#4e342e", "#283593", "#e65100"};
+constexpr size_t kColourCount = sizeof(kArrowColours) / sizeof(kArrowColours[0]);
 
 char const* verdictColour(Verdict v) {
   switch (v) {
@@ -220,9 +221,14 @@ bool Timeline::write(std::string const& path, std::string& error) const {
   svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
       << "\" viewBox=\"0 0 " << width << " " << height
       << "\" font-family=\"DejaVu Sans, Verdana, sans-serif\" font-size=\"11\">\n"
-      << "<defs><marker id=\"arrow\" viewBox=\"0 0 10 10\" refX=\"9\" refY=\"5\" "
-         "markerWidth=\"7\" markerHeight=\"7\" orient=\"auto-start-reverse\">"
-         "<path d=\"M0,0 L10,5 L0,10 z\" fill=\"context-stroke\"/></marker></defs>\n"
+      << "<defs>";
+  // One arrow head per colour: not every viewer fills a marker from its line.
+  for (size_t c = 0; c < kColourCount; ++c) {
+    svg << "<marker id=\"arrow" << c << "\" viewBox=\"0 0 10 10\" refX=\"9\" refY=\"5\" "
+        << "markerWidth=\"7\" markerHeight=\"7\" orient=\"auto\"><path d=\"M0,0 L10,5 L0,10 z\" "
+        << "fill=\"" << kArrowColours[c] << "\"/></marker>";
+  }
+  svg << "</defs>\n"
       << "<rect width=\"100%\" height=\"100%\" fill=\"#ffffff\"/>\n";
   svg << "<text x=\"12\" y=\"22\" font-size=\"15\" font-weight=\"bold\">zslsim timeline: "
       << escaped(mScenario.name) << "</text>\n";
@@ -311,7 +317,8 @@ bool Timeline::write(std::string const& path, std::string& error) const {
   // Requests: wait bar, shutter marker, arrows to the frames chosen.
   for (size_t i = 0; i < mRequests.size(); ++i) {
     Req const& r = mRequests[i];
-    char const* colour = kArrowColours[i % (sizeof(kArrowColours) / sizeof(kArrowColours[0]))];
+    size_t const colourIndex = i % kColourCount;
+    char const* colour = kArrowColours[colourIndex];
     double ry = requestTop + requestLane[i] * kRequestLaneHeight;
     double sx = x(r.zsdTs);
     double bx = x(r.openNs);
@@ -336,7 +343,8 @@ bool Timeline::write(std::string const& path, std::string& error) const {
       }
       svg << "<line x1=\"" << sx << "\" y1=\"" << ry + 6 << "\" x2=\"" << x(it->ts) << "\" y2=\""
           << framesBottom + 2 << "\" stroke=\"" << colour
-          << "\" stroke-width=\"1.4\" opacity=\"0.85\" marker-end=\"url(#arrow)\"/>\n";
+          << "\" stroke-width=\"1.4\" opacity=\"0.85\" marker-end=\"url(#arrow" << colourIndex
+          << ")\"/>\n";
     }
     svg << "<path d=\"M" << sx << "," << ry + 2 << " l-5,9 l10,0 z\" fill=\"" << colour << "\"/>\n";
     svg << "<text x=\"" << bx + bw + 8 << "\" y=\"" << ry + 21 << "\" fill=\"" << colour << "\">"
