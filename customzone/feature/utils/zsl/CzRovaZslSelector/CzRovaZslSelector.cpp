@@ -120,15 +120,13 @@ void CzRovaZslSelector::invokeADB(int32_t& hint) {
 }
 
 ISelector::SelectOutputParams CzRovaZslSelector::select(SelectInputParams const& in) {
-  if (in.frameInfos.empty()) {
-    CZ_LOGE("INVALID: R%u has no frameInfos, nothing to select", in.requestNo);
-    return {};
-  }
-
+  // The request's control metadata is that of its first wanted frame.
   IMetadata const* control = nullptr;
-  auto const& firstInfo = in.frameInfos.begin()->second;
-  if (auto it = firstInfo.metas.find(kControlMetaStreamId); it != firstInfo.metas.end()) {
-    control = &it->second;
+  if (!in.frameInfos.empty()) {
+    auto const& metas = in.frameInfos.begin()->second.metas;
+    if (auto it = metas.find(kControlMetaStreamId); it != metas.end()) {
+      control = &it->second;
+    }
   }
   int32_t cshot = 0;
   int32_t hint = kHintSubSequence;
@@ -139,6 +137,11 @@ ISelector::SelectOutputParams CzRovaZslSelector::select(SelectInputParams const&
   }
 
   invokeADB(hint);
+  // Outside the host contract: no strategy can serve a request that wants no frame.
+  if (in.frameInfos.empty()) {
+    CZ_LOGE("INVALID: R%u has no frameInfos, nothing to select", in.requestNo);
+    return {};
+  }
 
   if (zsllog::debugOn(mLogLevel) &&
       !(mIspHidlReqs.empty() && mIspHidlReqs_Latest.empty() &&
