@@ -55,21 +55,21 @@ class FakeSelector : public ISelector {
   }
 
  private:
-  // First call: lock the newest frame (and, uselessly, an in-flight one);
-  // third call: take the locked frame, release the oldest, unlock a new capture.
+  // First call: lock the oldest frame (and, uselessly, an in-flight one);
+  // third call: take the locked frame, release the newest, unlock a new capture.
   SelectOutputParams model(SelectInputParams const& in, uint32_t oldest, uint32_t newest) {
     SelectOutputParams out;
     uint32_t& calls = mCalls[in.requestNo];
     ++calls;
     if (calls == 1) {
-      mLocked[in.requestNo] = newest;
-      out.ops[newest] = OpT::Lock;
+      mLocked[in.requestNo] = oldest;
+      out.ops[oldest] = OpT::Lock;
       if (!in.inflight.empty()) {
         out.ops[in.inflight.begin()->first] = OpT::Lock;
       }
     } else if (calls == 3) {
       out.frames[0] = {mLocked[in.requestNo], 0};
-      out.ops[oldest] = OpT::Release;
+      out.ops[newest] = OpT::Release;
       out.ops[kNoFrame] = OpT::Unlock;
       mCalls.erase(in.requestNo);
       mLocked.erase(in.requestNo);
