@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "zebcam/utils/ULog.h"
 
@@ -306,6 +307,34 @@ void SeriesHost::arrive(uint32_t first, uint32_t last, FrameState const& state) 
 }
 
 void SeriesHost::leave(uint32_t frameNo) { history.erase(frameNo); }
+
+SeriesCalls::SeriesCalls(int32_t hint, std::string function, std::string name)
+    : mFunction(std::move(function)), mName(std::move(name)) {
+  setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
+  setProperty("vendor.debug.camera.zsl.force.hint", std::to_string(hint));
+}
+
+SelectInputParams SeriesCalls::member(uint32_t requestNo, int32_t idx, int32_t cnt,
+                                      int64_t elapsedMs) {
+  logs.clear();
+  mPrefix = "[r" + std::to_string(requestNo) + "," + std::to_string(elapsedMs) + "/1000ms]<" +
+            mName + ">IspHidl(" + std::to_string(idx) + "/" + std::to_string(cnt) + ") ";
+  return host.member(requestNo, idx, cnt, elapsedMs);
+}
+
+std::string SeriesCalls::line(std::string const& text) const {
+  return mFunction + ": " + mPrefix + text;
+}
+
+std::vector<std::string> SeriesCalls::said(std::vector<std::string> const& texts) const {
+  std::vector<std::string> out;
+  for (auto const& text : texts) {
+    out.push_back(line(text));
+  }
+  return out;
+}
+
+std::vector<std::string> SeriesCalls::lines() const { return bothSinks(logs, {mFunction}); }
 
 void setProperty(std::string const& key, std::string const& value) {
   android::base::SetProperty(key, value);

@@ -140,6 +140,37 @@ struct SeriesHost {
   void leave(uint32_t frameNo);
 };
 
+// Serves series members through one strategy, whose routing hint the debug
+// override forces for every select of the process, and keeps that strategy's
+// lines of the last call.
+class SeriesCalls {
+ public:
+  // `function` names the strategy in its lines, `name` in the request prefix.
+  SeriesCalls(int32_t hint, std::string function, std::string name);
+
+  // A member seeing the host's frames; starts a new call's lines.
+  SelectInputParams member(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0);
+  SelectOutputParams serve(SelectInputParams const& in) { return host.serve(in); }
+  SelectOutputParams call(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
+    return serve(member(requestNo, idx, cnt, elapsedMs));
+  }
+  // The request prefix of the last member, e.g. "[r57,0/1000ms]<ispHidl>IspHidl(0/3) ".
+  std::string const& prefix() const { return mPrefix; }
+  // A line of the strategy in the last call, as bothSinks lists it.
+  std::string line(std::string const& text) const;
+  std::vector<std::string> said(std::vector<std::string> const& texts) const;
+  // The strategy's lines of the last call on both sinks.
+  std::vector<std::string> lines() const;
+
+  LogCapture logs;
+  SeriesHost host;
+
+ private:
+  std::string mFunction;
+  std::string mName;
+  std::string mPrefix;
+};
+
 // Sets or clears (empty value) an Android system property of this process.
 void setProperty(std::string const& key, std::string const& value);
 

@@ -7,23 +7,6 @@
 
 namespace NSCam::CustZone {
 
-namespace {
-
-// "[0]F13 [1]F14 ".
-std::string selectLatestForm(std::map<int32_t, uint32_t> const& selectLatest) {
-  std::string out;
-  for (auto const& [index, frame] : selectLatest) {
-    out += '[';
-    out += std::to_string(index);
-    out += "]F";
-    out += std::to_string(frame);
-    out += ' ';
-  }
-  return out;
-}
-
-}  // namespace
-
 ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_Latest(
     SelectInputParams const& params, std::string const& prefix) const {
   SelectOutputParams result;
@@ -60,15 +43,15 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_Latest(
       series::mapToNoFrame(*record, first, cnt);
     } else {
       // The newest frames, oldest of them to the first member.
-      std::map<int32_t, uint32_t> selectLatest;
+      std::map<uint32_t, uint32_t> selectLatest;
       auto newest = known.rbegin();
       for (int32_t k = cnt - 1; k >= 0; --k, ++newest) {
-        selectLatest[k] = *newest;
+        selectLatest[static_cast<uint32_t>(k)] = *newest;
       }
       CZ_LOGD_L("%s DEBUG: selectLatest={%s}", prefix.c_str(),
-                selectLatestForm(selectLatest).c_str());
+                series::indexedFramesForm(selectLatest).c_str());
       for (auto const& [k, frame] : selectLatest) {
-        uint32_t const member = first + static_cast<uint32_t>(k);
+        uint32_t const member = first + k;
         record->mapping[member] = frame;
         record->needSelectReqs.insert(member);
       }

@@ -12,17 +12,6 @@ namespace {
 
 using QualityCheckSets = std::map<uint32_t, CzRovaZslSelector::CustomQualityCheckSet>;
 
-// "F23 F24 F25 ".
-std::string needLockFramesForm(std::set<uint32_t> const& frames) {
-  std::string out;
-  for (uint32_t frame : frames) {
-    out += 'F';
-    out += std::to_string(frame);
-    out += ' ';
-  }
-  return out;
-}
-
 // "[index=F23, check=0][0]23 [1]24 ".
 std::string needCheckSetForm(QualityCheckSets const& runs) {
   std::string out;
@@ -86,7 +75,7 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_LatestWithQuality
         record->needLockFrames.insert(*newest);
       }
       CZ_LOGD_L("%s DEBUG: toleranceFrameCnt=%d, needLockFrames={%s}", prefix.c_str(),
-                toleranceFrameCnt, needLockFramesForm(record->needLockFrames).c_str());
+                toleranceFrameCnt, series::letteredForm(record->needLockFrames, 'F').c_str());
       auto start = record->needLockFrames.begin();
       for (int run = 0; run < 2 && start != record->needLockFrames.end(); ++run, ++start) {
         CustomQualityCheckSet checkSet;

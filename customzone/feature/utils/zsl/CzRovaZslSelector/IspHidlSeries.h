@@ -40,12 +40,30 @@ inline std::string mappingForm(std::map<uint32_t, uint32_t> const& mapping) {
   return out;
 }
 
+// "R57 R58 " with the letter 'R', "F23 F24 " with 'F'.
+inline std::string letteredForm(std::set<uint32_t> const& numbers, char letter) {
+  std::string out;
+  for (uint32_t number : numbers) {
+    out += letter;
+    out += std::to_string(number);
+    out += ' ';
+  }
+  return out;
+}
+
 // "R57 R58 ".
 inline std::string pendingForm(std::set<uint32_t> const& requests) {
+  return letteredForm(requests, 'R');
+}
+
+// "[0]F13 [1]F14 ".
+inline std::string indexedFramesForm(std::map<uint32_t, uint32_t> const& frameByIndex) {
   std::string out;
-  for (uint32_t request : requests) {
-    out += 'R';
-    out += std::to_string(request);
+  for (auto const& [index, frame] : frameByIndex) {
+    out += '[';
+    out += std::to_string(index);
+    out += "]F";
+    out += std::to_string(frame);
     out += ' ';
   }
   return out;
@@ -144,9 +162,10 @@ inline void wantEvery(std::map<int32_t, ISelector::ZslFrameInfo>& frameInfos, in
   if (frameInfos.empty()) {
     return;
   }
-  ISelector::ZslFrameInfo const firstInfo = frameInfos.begin()->second;
+  // Map nodes stay put, so the first entry can be copied from while inserting.
+  ISelector::ZslFrameInfo const& firstInfo = frameInfos.begin()->second;
   for (int32_t k = 1; k < cnt; ++k) {
-    frameInfos.emplace(k, firstInfo);
+    frameInfos.try_emplace(k, firstInfo);
   }
 }
 

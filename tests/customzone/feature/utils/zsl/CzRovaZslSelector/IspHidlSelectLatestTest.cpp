@@ -16,42 +16,10 @@ using Ops = std::vector<std::pair<uint32_t, uint32_t>>;
 constexpr uint32_t kLock = 0;
 constexpr uint32_t kUnlock = 1;
 
-// Every call goes to hint 2 through the debug override (the runtime flag is
-// read at the first select of the process).
-class LatestTest : public testing::Test {
+// Every call goes to hint 2.
+class LatestTest : public testing::Test, protected SeriesCalls {
  protected:
-  void SetUp() override {
-    setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
-    setProperty("vendor.debug.camera.zsl.force.hint", "2");
-  }
-
-  // Serves one member; the lines of the call are kept for `said`.
-  SelectOutputParams call(uint32_t r, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
-    return serve(host.member(r, idx, cnt, elapsedMs));
-  }
-  SelectOutputParams serve(SelectInputParams const& in) {
-    mLogs.clear();
-    mPrefix = "[r" + std::to_string(in.requestNo) + "," + std::to_string(in.elapsedMs) +
-              "/1000ms]<ispHidlSelect_Latest>IspHidl(" + std::to_string(in.ispHidlFrameIdx) + "/" +
-              std::to_string(in.ispHidlFrameCnt) + ") ";
-    return host.serve(in);
-  }
-  // A line of the strategy in the last call, as bothSinks lists it.
-  std::string line(std::string const& text) const {
-    return "ispHidlSelect_Latest: " + mPrefix + text;
-  }
-  Lines said(Lines const& texts) const {
-    Lines out;
-    for (auto const& text : texts) {
-      out.push_back(line(text));
-    }
-    return out;
-  }
-  Lines lines() const { return bothSinks(mLogs, {"ispHidlSelect_Latest"}); }
-
-  LogCapture mLogs;
-  SeriesHost host;
-  std::string mPrefix;
+  LatestTest() : SeriesCalls(2, "ispHidlSelect_Latest", "ispHidlSelect_Latest") {}
 };
 
 TEST_F(LatestTest, SeriesTakesTheNewestFramesInOrderAndLocksTheRest) {
@@ -59,7 +27,7 @@ TEST_F(LatestTest, SeriesTakesTheNewestFramesInOrderAndLocksTheRest) {
   auto out = call(50, 0, 3);
   EXPECT_EQ(chosen(out), (Chosen{{0, 13}}));
   EXPECT_EQ(opsOf(out), (Ops{{14, kLock}, {15, kLock}}));
-  EXPECT_TRUE(mLogs.hasLine(mPrefix + "INFO: hint=2, policy=None"));
+  EXPECT_TRUE(logs.hasLine(prefix() + "INFO: hint=2, policy=None"));
   EXPECT_EQ(lines(),
             said({"EMPLACE: new IspHidlReqObj(50 - 0), existing IspHidlReqObj={index=50 }",
                   "DEBUG: curFrameNumbers={ F10 F11 F12 F13 F14 F15}",
@@ -122,9 +90,9 @@ TEST_F(LatestTest, UnknownSeriesAndTooFewFrames) {
   host.arrive(10, 11);
   auto out = call(61, 1, 3);
   EXPECT_TRUE(out.frames.empty());
-  EXPECT_TRUE(mLogs.hasLine(mPrefix +
-                            "INVALID: fail to find IspHidlReqObj(61 - 1), please check frame "
-                            "count/index of R61 (cnt=3, idx=1) : IspHidlReqObj={index=null }"));
+  EXPECT_TRUE(logs.hasLine(prefix() +
+                           "INVALID: fail to find IspHidlReqObj(61 - 1), please check frame "
+                           "count/index of R61 (cnt=3, idx=1) : IspHidlReqObj={index=null }"));
 
   // Two frames for a series of three: the whole series goes without ZSL.
   out = call(60, 0, 3);
@@ -146,7 +114,7 @@ TEST_F(LatestTest, FailedVerificationTakesTheLaterMembersAlong) {
   call(50, 0, 3);
   host.leave(13);
   // R51 wants another exposure: F14 no longer qualifies, and R52 goes with it.
-  SelectInputParams in = host.member(51, 1, 3);
+  SelectInputParams in = member(51, 1, 3);
   in.targetEv = 2;
   auto out = serve(in);
   EXPECT_EQ(chosen(out), (Chosen{{0, kNoFrame}}));
@@ -212,9 +180,9 @@ TEST_F(LatestTest, StrayMembersGetDefinedAnswers) {
   EXPECT_EQ(opsOf(out), (Ops{{15, kUnlock}}));
   // The series is gone; R53 and R54 of the "longer" series are unknown.
   call(54, 4, 5);
-  EXPECT_TRUE(mLogs.hasLine(mPrefix +
-                            "INVALID: fail to find IspHidlReqObj(54 - 4), please check frame "
-                            "count/index of R54 (cnt=5, idx=4) : IspHidlReqObj={index=null }"));
+  EXPECT_TRUE(logs.hasLine(prefix() +
+                           "INVALID: fail to find IspHidlReqObj(54 - 4), please check frame "
+                           "count/index of R54 (cnt=5, idx=4) : IspHidlReqObj={index=null }"));
 }
 
 // Request numbers wrap: the series key and members are unsigned, and members

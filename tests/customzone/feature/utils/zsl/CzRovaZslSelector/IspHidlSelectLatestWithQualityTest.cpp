@@ -23,42 +23,21 @@ FrameState const kScanning = [] {
   return state;
 }();
 
-// Every call goes to hint 3 through the debug override.
-class QualityTest : public testing::Test {
+// Every call goes to hint 3.
+class QualityTest : public testing::Test, protected SeriesCalls {
  protected:
-  void SetUp() override {
-    setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
-    setProperty("vendor.debug.camera.zsl.force.hint", "3");
-  }
-
-  SelectInputParams member(uint32_t r, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
-    mPrefix = "[r" + std::to_string(r) + "," + std::to_string(elapsedMs) +
-              "/1000ms]<ispHidlSelect_LatestWithQuality>IspHidl(" + std::to_string(idx) + "/" +
-              std::to_string(cnt) + ") ";
-    mLogs.clear();
-    return host.member(r, idx, cnt, elapsedMs);
-  }
-  SelectOutputParams call(uint32_t r, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
-    return host.serve(member(r, idx, cnt, elapsedMs));
-  }
-  std::string line(std::string const& text) const {
-    return "ispHidlSelect_LatestWithQuality: " + mPrefix + text;
-  }
-  Lines lines() const { return bothSinks(mLogs, {"ispHidlSelect_LatestWithQuality"}); }
-
-  LogCapture mLogs;
-  SeriesHost host;
-  std::string mPrefix;
+  QualityTest()
+      : SeriesCalls(3, "ispHidlSelect_LatestWithQuality", "ispHidlSelect_LatestWithQuality") {}
 };
 
 TEST_F(QualityTest, BothRunsPassNewestIsMappedAndTheSpareUnlockedAtTheEnd) {
   host.arrive(20, 25);
   SelectInputParams in = member(80, 0, 2);
-  auto out = host.serve(in);
+  auto out = serve(in);
   EXPECT_TRUE(out.frames.empty());
   EXPECT_EQ(opsOf(out), (Ops{{23, kLock}, {24, kLock}, {25, kLock}}));
   EXPECT_TRUE(
-      mLogs.hasLine(mPrefix + "INFO: hint=3, policy={ AFStable AESoftStable ContinuousFrame }"));
+      logs.hasLine(prefix() + "INFO: hint=3, policy={ AFStable AESoftStable ContinuousFrame }"));
   EXPECT_EQ(lines(),
             (Lines{line("EMPLACE: new IspHidlReqObj(80 - 0), existing IspHidlReqObj={index=80 }"),
                    line("DEBUG: curFrameNumbers={ F20 F21 F22 F23 F24 F25}"),
@@ -119,7 +98,7 @@ TEST_F(QualityTest, NoRunPassesNewestIsMappedAnyway) {
   // A run keeps its verdict: nothing is checked again.
   out = call(81, 1, 2);
   EXPECT_EQ(chosen(out), (Chosen{{0, 25}}));
-  EXPECT_EQ(bothSinks(mLogs, {"multiFrameSelect"}), Lines{});
+  EXPECT_EQ(bothSinks(logs, {"multiFrameSelect"}), Lines{});
 }
 
 TEST_F(QualityTest, CandidatesInFlightAndTooFewFramesKeepTheSeriesPending) {
@@ -189,9 +168,9 @@ TEST_F(QualityTest, TimeOutMapsOpenMembersWithoutZslAndFreesTheCandidates) {
 TEST_F(QualityTest, StrayAndWrappingMembers) {
   host.arrive(20, 25);
   call(1, 2, 3);
-  EXPECT_TRUE(mLogs.hasLine(mPrefix +
-                            "INVALID: fail to find IspHidlReqObj(1 - 2), please check frame "
-                            "count/index of R1 (cnt=3, idx=2) : IspHidlReqObj={index=null }"));
+  EXPECT_TRUE(logs.hasLine(prefix() +
+                           "INVALID: fail to find IspHidlReqObj(1 - 2), please check frame "
+                           "count/index of R1 (cnt=3, idx=2) : IspHidlReqObj={index=null }"));
   call(0xFFFFFFFF, 0, 2);
   auto out = call(0xFFFFFFFF, 0, 2);
   EXPECT_TRUE(out.frames.empty());

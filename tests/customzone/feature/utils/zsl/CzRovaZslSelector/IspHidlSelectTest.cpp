@@ -17,50 +17,33 @@ using Ops = std::vector<std::pair<uint32_t, uint32_t>>;
 constexpr uint32_t kLock = 0;
 
 // Every call goes to hint 1 (policy 0x30005: zero shutter delay, continuous
-// frames, AF and soft AE stable) through the debug override.
-class FifoTest : public testing::Test {
+// frames, AF and soft AE stable).
+class FifoTest : public testing::Test, protected SeriesCalls {
  protected:
-  void SetUp() override {
-    setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
-    setProperty("vendor.debug.camera.zsl.force.hint", "1");
-  }
+  FifoTest() : SeriesCalls(1, "ispHidlSelect", "ispHidl") {}
 
   // A member whose shutter time is that of frame `zsdFrame`.
-  SelectInputParams member(uint32_t r, int32_t idx, int32_t cnt, uint32_t zsdFrame = 0,
-                           int64_t elapsedMs = 0) {
-    SelectInputParams in = host.member(r, idx, cnt, elapsedMs);
+  SelectInputParams at(uint32_t r, int32_t idx, int32_t cnt, uint32_t zsdFrame,
+                       int64_t elapsedMs = 0) {
+    SelectInputParams in = member(r, idx, cnt, elapsedMs);
     in.zsdTs = tsOf(zsdFrame);
-    mPrefix = "[r" + std::to_string(r) + "," + std::to_string(elapsedMs) +
-              "/1000ms]<ispHidl>IspHidl(" + std::to_string(idx) + "/" + std::to_string(cnt) + ") ";
-    mLogs.clear();
     return in;
   }
-  SelectOutputParams call(uint32_t r, int32_t idx, int32_t cnt, uint32_t zsdFrame = 0,
+  SelectOutputParams call(uint32_t r, int32_t idx, int32_t cnt, uint32_t zsdFrame,
                           int64_t elapsedMs = 0) {
-    return host.serve(member(r, idx, cnt, zsdFrame, elapsedMs));
+    return serve(at(r, idx, cnt, zsdFrame, elapsedMs));
   }
-  Lines said(Lines const& texts) const {
-    Lines out;
-    for (auto const& text : texts) {
-      out.push_back("ispHidlSelect: " + mPrefix + text);
-    }
-    return out;
-  }
-  Lines lines() const { return bothSinks(mLogs, {"ispHidlSelect"}); }
-
-  LogCapture mLogs;
-  SeriesHost host;
-  std::string mPrefix;
 };
 
 TEST_F(FifoTest, WholeSeriesChosenAtOnceAndHandedOutInOrder) {
   host.arrive(10, 15);
-  SelectInputParams in = member(57, 0, 3, 13);
-  auto out = host.serve(in);
+  SelectInputParams in = at(57, 0, 3, 13);
+  auto out = serve(in);
   EXPECT_EQ(chosen(out), (Chosen{{0, 11}}));
   EXPECT_EQ(opsOf(out), (Ops{{12, kLock}, {13, kLock}}));
-  EXPECT_TRUE(mLogs.hasLine(
-      mPrefix + "INFO: hint=1, policy={ AFStable AESoftStable ZeroShutterDelay ContinuousFrame }"));
+  EXPECT_TRUE(logs.hasLine(
+      prefix() +
+      "INFO: hint=1, policy={ AFStable AESoftStable ZeroShutterDelay ContinuousFrame }"));
   EXPECT_EQ(lines(),
             said({"EMPLACE: new IspHidlReqObj(57 - 0), existing IspHidlReqObj={index=57 }",
                   "MAPPING: (operate at R57) R57[hF11] R58[hF12] R59[hF13] ", "SELECT: R57 [hF11]",
@@ -92,9 +75,9 @@ TEST_F(FifoTest, TooFewFramesRetriedByAnyMemberUntilChosen) {
   host.arrive(10, 11);
   auto out = call(58, 1, 3, 10);
   EXPECT_TRUE(out.frames.empty());
-  EXPECT_TRUE(mLogs.hasLine(mPrefix +
-                            "INVALID: fail to find IspHidlReqObj(58 - 1), please check frame "
-                            "count/index of R58 (cnt=3, idx=1) : IspHidlReqObj={index=null }"));
+  EXPECT_TRUE(logs.hasLine(prefix() +
+                           "INVALID: fail to find IspHidlReqObj(58 - 1), please check frame "
+                           "count/index of R58 (cnt=3, idx=1) : IspHidlReqObj={index=null }"));
 
   out = call(57, 0, 3, 10);
   EXPECT_TRUE(out.frames.empty());
