@@ -90,6 +90,18 @@ char const* routeName(int32_t hint) {
   }
 }
 
+char const* opName(OpT op) {
+  switch (op) {
+    case OpT::Lock:
+      return "lock";
+    case OpT::Unlock:
+      return "unlock";
+    case OpT::Release:
+      return "release";
+  }
+  return "unknown";
+}
+
 std::string Request::label() const {
   switch (kind) {
     case RequestKind::Still:

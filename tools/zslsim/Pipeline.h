@@ -37,6 +37,8 @@ char const* verdictName(Verdict v);
 
 // Strategy name of a routing hint, as the selector's log prefix shows it.
 char const* routeName(int32_t hint);
+// "lock", "unlock", "release".
+char const* opName(OpT op);
 
 enum class LeaveReason : uint8_t { Trimmed, Handed, Released, Evicted };
 

@@ -23,18 +23,6 @@ char const* outcomeName(RequestDone const& done) {
   return "?";
 }
 
-char const* opName(OpT op) {
-  switch (op) {
-    case OpT::Lock:
-      return "lock";
-    case OpT::Unlock:
-      return "unlock";
-    case OpT::Release:
-      return "release";
-  }
-  return "?";
-}
-
 std::string opsText(Request const& r) {
   std::string out;
   auto add = [&out](char const* name, uint32_t n) {

@@ -205,6 +205,22 @@ class Object {
   std::string mPath;
 };
 
+// A list of distinct integers, each in [lo, hi].
+std::vector<int32_t> distinctIntegers(Object const& o, char const* key, size_t maxSize, int64_t lo,
+                                      int64_t hi, char const* what) {
+  json const& items = o.array(key, 1, maxSize);
+  std::vector<int32_t> out;
+  for (size_t i = 0; i < items.size(); ++i) {
+    std::string where = indexPath(o.path(key), i);
+    auto n = static_cast<int32_t>(Object::integerValue(items[i], where, lo, hi));
+    if (std::count(out.begin(), out.end(), n) != 0) {
+      throw Refusal{where, std::string(what) + " " + std::to_string(n) + " is listed twice"};
+    }
+    out.push_back(n);
+  }
+  return out;
+}
+
 int64_t msToNs(double ms) { return std::llround(ms * static_cast<double>(kNsPerMs)); }
 
 Camera readCamera(json const& value, std::string const& path) {
@@ -226,37 +242,16 @@ Camera readCamera(json const& value, std::string const& path) {
       if (!ids.insert(sensor.id).second) {
         throw Refusal{s.path("id"), "sensor id " + std::to_string(sensor.id) + " is used twice"};
       }
-      sensor.modes = {0};
-      if (s.has("modes")) {
-        json const& modes = s.array("modes", 1, 16);
-        sensor.modes.clear();
-        for (size_t m = 0; m < modes.size(); ++m) {
-          std::string where = indexPath(s.path("modes"), m);
-          auto mode = static_cast<int32_t>(Object::integerValue(modes[m], where, 0, 255));
-          if (std::count(sensor.modes.begin(), sensor.modes.end(), mode) != 0) {
-            throw Refusal{where, "mode " + std::to_string(mode) + " is listed twice"};
-          }
-          sensor.modes.push_back(mode);
-        }
-      }
+      sensor.modes = s.has("modes") ? distinctIntegers(s, "modes", 16, 0, 255, "mode")
+                                    : std::vector<int32_t>{0};
       camera.sensors.push_back(sensor);
     }
   } else {
     camera.sensors = {Sensor{0, {0}}};
   }
-  camera.imageStreams = {1};
-  if (o.has("image_streams")) {
-    json const& streams = o.array("image_streams", 1, 8);
-    camera.imageStreams.clear();
-    for (size_t i = 0; i < streams.size(); ++i) {
-      std::string where = indexPath(o.path("image_streams"), i);
-      auto id = static_cast<int32_t>(Object::integerValue(streams[i], where, 1, 0xFFFFFF));
-      if (std::count(camera.imageStreams.begin(), camera.imageStreams.end(), id) != 0) {
-        throw Refusal{where, "stream " + std::to_string(id) + " is listed twice"};
-      }
-      camera.imageStreams.push_back(id);
-    }
-  }
+  camera.imageStreams = o.has("image_streams")
+                            ? distinctIntegers(o, "image_streams", 8, 1, 0xFFFFFF, "stream")
+                            : std::vector<int32_t>{1};
   return camera;
 }
 

@@ -10,18 +10,6 @@ namespace {
 
 using nlohmann::json;
 
-char const* opName(OpT op) {
-  switch (op) {
-    case OpT::Lock:
-      return "lock";
-    case OpT::Unlock:
-      return "unlock";
-    case OpT::Release:
-      return "release";
-  }
-  return "unknown";
-}
-
 json inputOf(CallRecord const& r) {
   SelectInputParams const& in = r.request.input;
   json history = json::array();
