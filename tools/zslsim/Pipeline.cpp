@@ -502,9 +502,8 @@ bool Pipeline::ask(ISelector& selector, Request& request, int64_t ns) {
   }
   SelectOutputParams const out = selector.select(in);
   ++request.calls;
-  ++mCalls;
   ++mTotals.calls;
-  CallRecord record{mCalls, ns, request, elapsedMs, summary, out};
+  CallRecord record{mTotals.calls, ns, request, elapsedMs, summary, out};
   for (Observer* o : mObservers) {
     o->call(record);
   }

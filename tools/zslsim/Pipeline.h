@@ -205,7 +205,6 @@ class Pipeline {
   uint32_t mNextRequestNo = 1000;
   uint64_t mNextSeq = 0;
   int32_t mForcedHint = -1;
-  uint64_t mCalls = 0;
 
   PipelineTotals mTotals;
 };
