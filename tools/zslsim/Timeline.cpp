@@ -177,6 +177,8 @@ bool Timeline::write(std::string const& path, std::string& error) const {
   double const pxPerFrame = std::clamp(1300.0 / frames, 4.0, 28.0);
   double const scale = pxPerFrame / static_cast<double>(period);
   auto x = [&](int64_t ns) { return kLeft + static_cast<double>(ns - mFromNs) * scale; };
+  // Spans that began before the window start at its edge.
+  auto clamped = [&](int64_t ns) { return std::max(kLeft - 4, x(ns)); };
   double const width = x(endNs) + pxPerFrame + kRight;
 
   std::vector<LockSpan> locks = mLocks;
@@ -204,7 +206,7 @@ bool Timeline::write(std::string const& path, std::string& error) const {
       label += " · no answer";
     }
     labels.push_back(label);
-    double from = std::min(x(r.openNs), x(r.zsdTs)) - 6;
+    double from = std::min(clamped(r.openNs), clamped(r.zsdTs)) - 6;
     requestSpans.emplace_back(from, x(r.doneNs) + 10 + kCharWidth * label.size());
   }
   size_t requestLanes = 0;
@@ -302,7 +304,7 @@ bool Timeline::write(std::string const& path, std::string& error) const {
   for (size_t i = 0; i < locks.size(); ++i) {
     LockSpan const& l = locks[i];
     double ly = lockTop + lockLane[i] * kLockLaneHeight;
-    double lx0 = x(l.fromNs);
+    double lx0 = clamped(l.fromNs);
     double lw = std::max(2.0, x(l.toNs) - lx0);
     svg << "<rect x=\"" << lx0 << "\" y=\"" << ly << "\" width=\"" << lw
         << "\" height=\"9\" rx=\"2\" fill=\"#37474f\"><title>F" << l.frameNo << " locked from "
@@ -320,8 +322,8 @@ bool Timeline::write(std::string const& path, std::string& error) const {
     size_t const colourIndex = i % kColourCount;
     char const* colour = kArrowColours[colourIndex];
     double ry = requestTop + requestLane[i] * kRequestLaneHeight;
-    double sx = x(r.zsdTs);
-    double bx = x(r.openNs);
+    double sx = clamped(r.zsdTs);
+    double bx = clamped(r.openNs);
     double bw = std::max(2.0, x(r.doneNs) - bx);
     svg << "<g><title>R" << r.requestNo << " " << escaped(r.label) << ": ";
     for (uint32_t frameNo : r.frames) {
