@@ -65,19 +65,6 @@ class WantedSettings {
   bool mPslFirst;
 };
 
-// "[0]F10 [1]F11 ".
-std::string subSequenceForm(std::map<uint32_t, uint32_t> const& run) {
-  std::string out;
-  for (auto const& [index, frame] : run) {
-    out += '[';
-    out += std::to_string(index);
-    out += "]F";
-    out += std::to_string(frame);
-    out += ' ';
-  }
-  return out;
-}
-
 int asInt(uint32_t value) { return static_cast<int>(value); }
 
 // Whether the sensor-mode list of a captured frame holds every wanted pair. A
@@ -266,7 +253,7 @@ void plan(Call const& c, int64_t zslTimeMs, WantedSettings& wanted, Record& reco
     selectSubSequence.emplace(index, frame);
   }
   CZ_LOGD_LV_AT(c.logLevel, kFn, "%s DEBUG: selectSubSequence={%s}", c.prefix.c_str(),
-                subSequenceForm(selectSubSequence).c_str());
+                series::indexedFramesForm(selectSubSequence).c_str());
 
   uint32_t minMapFn = kNoFrame;
   for (auto const& [index, frame] : selectSubSequence) {
