@@ -180,7 +180,7 @@ SensorModeMap Pipeline::sensorModesFor(std::optional<int32_t> mode) const {
   return modes;
 }
 
-ZslFrameInfo Pipeline::frameInfoFor(RequestSpec const& spec, int32_t ev, int32_t cshot) const {
+ZslFrameInfo Pipeline::frameInfoFor(RequestSpec const& plan, int32_t ev, int32_t cshot) const {
   ZslFrameInfo info;
   for (int32_t stream : mScenario.camera.imageStreams) {
     info.needStreams.halImages.insert(stream);
@@ -190,11 +190,11 @@ ZslFrameInfo Pipeline::frameInfoFor(RequestSpec const& spec, int32_t ev, int32_t
   }
   info.needStreams.appMetas.insert(kAppMetaStream);
   IMetadata control;
-  if (spec.kind != RequestKind::Series) {
+  if (plan.kind != RequestKind::Series) {
     IMetadata::setEntry<int32_t>(&control, ZEB_CSHOT_FEATURE_CAPTURE, cshot);
   }
   IMetadata::setEntry<int32_t>(&control, ZEB_CONTROL_AE_EXPOSURE_COMPENSATION, ev);
-  if (spec.preCollect) {
+  if (plan.preCollect) {
     IMetadata::setEntry<int32_t>(&control, ZEB_CONTROL_CAPTURE_PRE_COLLECT_HINT, 1);
   }
   info.metas[kAppMetaStream] = std::move(control);
@@ -275,16 +275,16 @@ void Pipeline::trim(int64_t ns) {
   }
 }
 
-void Pipeline::instantiate(RequestSpec const& spec, int64_t groupNs) {
-  uint32_t first = spec.requestNo.value_or(mNextRequestNo);
-  if (!spec.requestNo) {
-    mNextRequestNo += static_cast<uint32_t>(spec.members);
+void Pipeline::instantiate(RequestSpec const& plan, int64_t groupNs) {
+  uint32_t first = plan.requestNo.value_or(mNextRequestNo);
+  if (!plan.requestNo) {
+    mNextRequestNo += static_cast<uint32_t>(plan.members);
   }
-  std::vector<Announce> toAnnounce = spec.announce;
-  if (spec.captureSettings) {
+  std::vector<Announce> toAnnounce = plan.announce;
+  if (plan.captureSettings) {
     // The members' frames come right after those already in flight.
-    for (size_t i = 0; i < spec.settings.size(); ++i) {
-      MemberSettings const& m = spec.settings[i];
+    for (size_t i = 0; i < plan.settings.size(); ++i) {
+      MemberSettings const& m = plan.settings[i];
       toAnnounce.push_back(Announce{static_cast<int32_t>(i) + 1, m.psl, m.ev, m.sensorMode});
     }
   }
@@ -301,52 +301,52 @@ void Pipeline::instantiate(RequestSpec const& spec, int64_t groupNs) {
       announced->emplace_back(frameNo, req);
     }
   }
-  bool series = spec.kind == RequestKind::Series;
+  bool series = plan.kind == RequestKind::Series;
   size_t pslIndex = 0;
-  while (pslIndex < spec.settings.size() && spec.settings[pslIndex].psl == 0) {
+  while (pslIndex < plan.settings.size() && plan.settings[pslIndex].psl == 0) {
     ++pslIndex;
   }
-  for (int32_t i = 0; i < spec.members; ++i) {
+  for (int32_t i = 0; i < plan.members; ++i) {
     Request r;
     r.seq = mNextSeq++;
     r.requestNo = first + static_cast<uint32_t>(i);
-    r.kind = spec.kind;
-    r.hint = series ? spec.hint : 0;
-    r.forcedHint = series && spec.hint != 5 ? spec.hint : -1;
+    r.kind = plan.kind;
+    r.hint = series ? plan.hint : 0;
+    r.forcedHint = series && plan.hint != 5 ? plan.hint : -1;
     r.index = i;
-    r.members = spec.members;
-    r.preCollect = spec.preCollect;
-    r.openNs = groupNs + spec.spacingNs * i;
-    r.zsdTs = spec.zsdTs.value_or(series ? groupNs : r.openNs);
+    r.members = plan.members;
+    r.preCollect = plan.preCollect;
+    r.openNs = groupNs + plan.spacingNs * i;
+    r.zsdTs = plan.zsdTs.value_or(series ? groupNs : r.openNs);
     // The sub-sequence route waits longer for a series that starts with a PSL frame.
-    r.timeoutMs = series && spec.hint == 5 && pslIndex == 0 ? kPslTimeoutMs : mTimeoutMs;
+    r.timeoutMs = series && plan.hint == 5 && pslIndex == 0 ? kPslTimeoutMs : mTimeoutMs;
     r.announced = announced;
     SelectInputParams& in = r.input;
     in.requestNo = r.requestNo;
     in.zsdTs = r.zsdTs;
     MemberSettings member;
-    if (series && !spec.settings.empty()) {
-      member = spec.settings[static_cast<size_t>(i)];
+    if (series && !plan.settings.empty()) {
+      member = plan.settings[static_cast<size_t>(i)];
     } else if (!series) {
-      member.ev = spec.ev;
-      member.sensorMode = spec.sensorMode;
+      member.ev = plan.ev;
+      member.sensorMode = plan.sensorMode;
     }
-    ZslFrameInfo info = frameInfoFor(spec, member.ev, controlCshot(spec.kind));
+    ZslFrameInfo info = frameInfoFor(plan, member.ev, controlCshot(plan.kind));
     in.sensorModeTargets = sensorModesFor(member.sensorMode);
     for (auto const& [sensorId, mode] : in.sensorModeTargets) {
       (void)mode;
       info.checkSensorIds.insert(sensorId);
     }
-    int32_t wanted = spec.kind == RequestKind::Still ? spec.wanted : 1;
+    int32_t wanted = plan.kind == RequestKind::Still ? plan.wanted : 1;
     for (int32_t k = 0; k < wanted; ++k) {
       in.frameInfos[k] = info;
     }
     in.targetEv = member.ev;
     if (series) {
       in.ispHidlFrameIdx = i;
-      in.ispHidlFrameCnt = spec.members;
-      in.reusePsl = spec.reusePsl;
-      for (MemberSettings const& m : spec.settings) {
+      in.ispHidlFrameCnt = plan.members;
+      in.reusePsl = plan.reusePsl;
+      for (MemberSettings const& m : plan.settings) {
         in.pslSettings.push_back(m.psl);
         in.evSettings.push_back(m.ev);
         in.sensorModes.push_back(sensorModesFor(m.sensorMode));
@@ -360,11 +360,11 @@ void Pipeline::issue(int64_t ns) {
   while (!mTemplates.empty() && mTemplates.top().nextNs <= ns) {
     Template t = mTemplates.top();
     mTemplates.pop();
-    RequestSpec const& spec = mScenario.requests[t.index];
-    instantiate(spec, t.nextNs);
+    RequestSpec const& plan = mScenario.requests[t.index];
+    instantiate(plan, t.nextNs);
     ++t.occurrence;
-    t.nextNs = spec.atNs + spec.everyNs * t.occurrence;
-    if (spec.everyNs > 0 && t.occurrence < spec.times && t.nextNs < mScenario.durationNs) {
+    t.nextNs = plan.atNs + plan.everyNs * t.occurrence;
+    if (plan.everyNs > 0 && t.occurrence < plan.times && t.nextNs < mScenario.durationNs) {
       mTemplates.push(t);
     }
   }

@@ -171,7 +171,7 @@ class Pipeline {
              uint32_t requestNo);
   void setLocked(HistoryFrame& hf, bool locked, int64_t ns);
   void issue(int64_t ns);
-  void instantiate(RequestSpec const& spec, int64_t groupNs);
+  void instantiate(RequestSpec const& plan, int64_t groupNs);
   // True when the call answered the request.
   bool ask(ISelector& selector, Request& request, int64_t ns);
   void applyOps(Request& request, SelectOutputParams const& out, int64_t ns);
@@ -185,7 +185,7 @@ class Pipeline {
   HistoryFrame makeHistoryFrame(uint32_t frameNo, int64_t ts, Conditions const& c) const;
   NSCam::IMetadata settingsMeta(Conditions const& c) const;
   SensorModeMap sensorModesFor(std::optional<int32_t> mode) const;
-  ZslFrameInfo frameInfoFor(RequestSpec const& spec, int32_t ev, int32_t cshot) const;
+  ZslFrameInfo frameInfoFor(RequestSpec const& plan, int32_t ev, int32_t cshot) const;
 
   Scenario const& mScenario;
   int64_t mTimeoutMs;
