@@ -4,8 +4,8 @@
 #include <android/log.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "zebcam/utils/ULog.h"
@@ -28,26 +28,19 @@ void androidSink(__android_logger_data const* data, char const* message) {
 std::vector<std::string> bodiesOf(std::vector<LogLine> const& lines, std::string const& needle) {
   std::vector<std::string> out;
   for (auto const& line : lines) {
-    if (needle.empty() || line.body.find(needle) != std::string::npos) {
+    if (line.body.find(needle) != std::string::npos) {
       out.push_back(line.body);
     }
   }
   return out;
 }
 
-}  // namespace
-
+// Splits "[function::line]body".
 LogLine parseLine(int priority, std::string_view raw) {
-  LogLine line;
-  line.priority = priority;
-  line.raw = std::string(raw);
-  line.body = line.raw;
-  if (raw.empty() || raw[0] != '[') {
-    return line;
-  }
-  size_t sep = raw.find("::");
-  size_t close = raw.find(']', sep == std::string_view::npos ? 0 : sep);
-  if (sep == std::string_view::npos || close == std::string_view::npos) {
+  LogLine line{priority, "", 0, std::string(raw), std::string(raw)};
+  size_t const sep = raw.find("::");
+  size_t const close = sep == std::string_view::npos ? sep : raw.find(']', sep);
+  if (raw.empty() || raw[0] != '[' || close == std::string_view::npos) {
     return line;
   }
   line.function = std::string(raw.substr(1, sep - 1));
@@ -64,6 +57,8 @@ std::string withoutErrorSuffix(std::string const& body) {
   size_t open = body.rfind(" (", pos);
   return open == std::string::npos ? body : body.substr(0, open);
 }
+
+}  // namespace
 
 LogCapture::LogCapture(uint32_t detailsLevel, uint32_t mask, uint32_t mode) {
   gCapture = this;
@@ -89,8 +84,6 @@ void LogCapture::setGates(uint32_t detailsLevel, uint32_t mask, uint32_t mode) {
   ULogger::sMode = mode;
 }
 
-std::vector<std::string> LogCapture::androidBodies() const { return bodiesOf(mAndroid, ""); }
-std::vector<std::string> LogCapture::unifiedBodies() const { return bodiesOf(mUnified, ""); }
 std::vector<std::string> LogCapture::androidWith(std::string const& needle) const {
   return bodiesOf(mAndroid, needle);
 }
@@ -99,20 +92,12 @@ std::vector<std::string> LogCapture::unifiedWith(std::string const& needle) cons
 }
 
 bool LogCapture::hasLine(std::string const& body) const {
-  bool inAndroid = false;
-  for (auto const& line : mAndroid) {
-    inAndroid = inAndroid || withoutErrorSuffix(line.body) == body || line.body == body;
-  }
-  bool inUnified = false;
-  for (auto const& line : mUnified) {
-    inUnified = inUnified || line.body == body;
-  }
-  return inAndroid && inUnified;
-}
-
-void LogCapture::clear() {
-  mAndroid.clear();
-  mUnified.clear();
+  auto android = [&](LogLine const& l) {
+    return l.body == body || withoutErrorSuffix(l.body) == body;
+  };
+  auto unified = [&](LogLine const& l) { return l.body == body; };
+  return std::any_of(mAndroid.begin(), mAndroid.end(), android) &&
+         std::any_of(mUnified.begin(), mUnified.end(), unified);
 }
 
 void LogCapture::addAndroid(int priority, char const* message) {
@@ -124,26 +109,35 @@ void LogCapture::addUnified(uint32_t level, std::string_view text) {
 }
 
 StreamSets defaultStreams() {
-  StreamSets ss;
-  ss.halImages = {kImageStream};
-  ss.halMetas = {kHalMetaStream};
-  ss.appMetas = {kAppMetaStream};
-  return ss;
+  return StreamSets{{kImageStream}, {kHalMetaStream}, {kAppMetaStream}};
 }
+
+namespace {
+
+template <typename T>
+void put(IMetadata& meta, uint32_t tag, std::optional<T> const& value) {
+  if (value) IMetadata::setEntry<T>(&meta, tag, *value);
+}
+
+IMetadata halMeta(FrameState const& state) {
+  IMetadata meta;
+  put(meta, ZEB_AE_SOFT_STABLE, state.aeSoftStable);
+  put(meta, ZEB_FRAME_SYNC, state.frameSync);
+  put(meta, ZEB_P1NODE_SENSOR_MODE, state.sensorMode);
+  return meta;
+}
+
+}  // namespace
 
 IMetadata appMeta(FrameState const& state) {
   IMetadata meta;
-  if (state.afMode) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AF_MODE, *state.afMode);
-  if (state.afState) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AF_STATE, *state.afState);
-  if (state.lensState) IMetadata::setEntry<uint8_t>(&meta, ZEB_LENS_STATE, *state.lensState);
-  if (state.aeState) IMetadata::setEntry<uint8_t>(&meta, ZEB_CONTROL_AE_STATE, *state.aeState);
-  if (state.ev)
-    IMetadata::setEntry<int32_t>(&meta, ZEB_CONTROL_AE_EXPOSURE_COMPENSATION, *state.ev);
-  if (state.psl) IMetadata::setEntry<uint8_t>(&meta, ZEB_PSL_SETTING, *state.psl);
-  if (state.preCollectHint) {
-    IMetadata::setEntry<int32_t>(&meta, ZEB_CONTROL_CAPTURE_PRE_COLLECT_HINT,
-                                 *state.preCollectHint);
-  }
+  put(meta, ZEB_CONTROL_AF_MODE, state.afMode);
+  put(meta, ZEB_CONTROL_AF_STATE, state.afState);
+  put(meta, ZEB_LENS_STATE, state.lensState);
+  put(meta, ZEB_CONTROL_AE_STATE, state.aeState);
+  put(meta, ZEB_CONTROL_AE_EXPOSURE_COMPENSATION, state.ev);
+  put(meta, ZEB_PSL_SETTING, state.psl);
+  put(meta, ZEB_CONTROL_CAPTURE_PRE_COLLECT_HINT, state.preCollectHint);
   if (!state.sensorModeList.empty()) {
     IMetadata::IEntry entry(ZEB_SENSOR_MODE_LIST);
     for (int32_t item : state.sensorModeList) {
@@ -153,20 +147,6 @@ IMetadata appMeta(FrameState const& state) {
   }
   return meta;
 }
-
-namespace {
-
-IMetadata halMeta(FrameState const& state) {
-  IMetadata meta;
-  if (state.aeSoftStable)
-    IMetadata::setEntry<int32_t>(&meta, ZEB_AE_SOFT_STABLE, *state.aeSoftStable);
-  if (state.frameSync) IMetadata::setEntry<int64_t>(&meta, ZEB_FRAME_SYNC, *state.frameSync);
-  if (state.sensorMode)
-    IMetadata::setEntry<int32_t>(&meta, ZEB_P1NODE_SENSOR_MODE, *state.sensorMode);
-  return meta;
-}
-
-}  // namespace
 
 HistoryFrame makeFrame(uint32_t frameNo, int64_t ts, FrameState const& state) {
   HistoryFrame hf;
@@ -234,14 +214,6 @@ std::vector<std::pair<int32_t, uint32_t>> chosen(SelectOutputParams const& out) 
   return result;
 }
 
-std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out) {
-  std::vector<std::pair<uint32_t, uint32_t>> result;
-  for (auto const& [frame, op] : out.ops) {
-    result.emplace_back(frame, static_cast<uint32_t>(op));
-  }
-  return result;
-}
-
 std::vector<std::string> linesOf(std::vector<LogLine> const& lines,
                                  std::vector<std::string> const& functions) {
   std::vector<std::string> out;
@@ -267,51 +239,33 @@ std::vector<std::string> bothSinks(LogCapture const& logs,
   return android;
 }
 
-SelectInputParams SeriesHost::member(uint32_t requestNo, int32_t idx, int32_t cnt,
-                                     int64_t elapsedMs) const {
-  SelectInputParams in = makeSeriesMember(requestNo, idx, cnt);
-  in.elapsedMs = elapsedMs;
-  in.history = history;
-  in.inflight = inflight;
-  return in;
-}
-
-SelectOutputParams SeriesHost::serve(SelectInputParams const& in) {
-  SelectOutputParams out = selector.select(in);
+std::string answer(SelectOutputParams const& out) {
+  std::string text;
+  for (auto const& [key, frame] : out.frames) {
+    text += key == 0 ? "" : "[" + std::to_string(key) + "]";
+    text += frame.frameNo == kNoFrame ? "noZsl" : "F" + std::to_string(frame.frameNo);
+    text += frame.aux == 0 ? " " : "/aux" + std::to_string(frame.aux) + " ";
+  }
+  text = text.empty() ? "none" : text.substr(0, text.size() - 1);
   for (auto const& [frameNo, op] : out.ops) {
-    auto hf = history.find(frameNo);
-    if (hf != history.end() && op != OpT::Release) {
-      hf->second.locked = op == OpT::Lock;
-    }
+    text += op == OpT::Lock ? " +" : op == OpT::Unlock ? " -" : " x";
+    text += frameNo == kNoFrame ? "noZsl" : std::to_string(frameNo);
   }
-  return out;
-}
-
-SelectOutputParams SeriesHost::call(uint32_t requestNo, int32_t idx, int32_t cnt,
-                                    int64_t elapsedMs) {
-  return serve(member(requestNo, idx, cnt, elapsedMs));
-}
-
-void SeriesHost::capture(uint32_t first, uint32_t last, FrameState const& state) {
-  for (uint32_t n = first; n <= last; ++n) {
-    inflight[n] = makeInflight(n, state);
-    history.erase(n);
+  std::string set;
+  for (uint32_t frameNo : out.frameSet) {
+    set += (set.empty() ? " {" : " ") + std::to_string(frameNo);
   }
+  return set.empty() ? text : text + set + "}";
 }
-
-void SeriesHost::arrive(uint32_t first, uint32_t last, FrameState const& state) {
-  for (uint32_t n = first; n <= last; ++n) {
-    inflight.erase(n);
-    history[n] = makeFrame(n, tsOf(n), state);
-  }
-}
-
-void SeriesHost::leave(uint32_t frameNo) { history.erase(frameNo); }
 
 SeriesCalls::SeriesCalls(int32_t hint, std::string function, std::string name)
-    : mFunction(std::move(function)), mName(std::move(name)) {
-  setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
-  setProperty("vendor.debug.camera.zsl.force.hint", std::to_string(hint));
+    : mSelector(std::make_unique<CzRovaZslSelector>()),
+      mFunction(std::move(function)),
+      mName(std::move(name)) {
+  if (hint >= 0) {
+    setProperty("vendor.debug.camera.zsl.runtime.adb", "true");
+    setProperty("vendor.debug.camera.zsl.force.hint", std::to_string(hint));
+  }
 }
 
 SelectInputParams SeriesCalls::member(uint32_t requestNo, int32_t idx, int32_t cnt,
@@ -319,22 +273,70 @@ SelectInputParams SeriesCalls::member(uint32_t requestNo, int32_t idx, int32_t c
   logs.clear();
   mPrefix = "[r" + std::to_string(requestNo) + "," + std::to_string(elapsedMs) + "/1000ms]<" +
             mName + ">IspHidl(" + std::to_string(idx) + "/" + std::to_string(cnt) + ") ";
-  return host.member(requestNo, idx, cnt, elapsedMs);
+  SelectInputParams in = wants;
+  in.requestNo = requestNo;
+  in.ispHidlFrameIdx = idx;
+  in.ispHidlFrameCnt = cnt;
+  in.frameInfos[0] = makeFrameInfo();
+  in.elapsedMs = elapsedMs;
+  in.history = history;
+  in.inflight = inflight;
+  return in;
 }
 
-std::string SeriesCalls::line(std::string const& text) const {
-  return mFunction + ": " + mPrefix + text;
-}
-
-std::vector<std::string> SeriesCalls::said(std::vector<std::string> const& texts) const {
-  std::vector<std::string> out;
-  for (auto const& text : texts) {
-    out.push_back(line(text));
+SelectOutputParams SeriesCalls::serve(SelectInputParams const& in) {
+  SelectOutputParams out = mSelector->select(in);
+  for (auto const& [frameNo, op] : out.ops) {
+    auto hf = history.find(frameNo);
+    if (hf != history.end() && op == OpT::Release) {
+      history.erase(hf);
+    } else if (hf != history.end()) {
+      hf->second.locked = op == OpT::Lock;
+    }
   }
   return out;
 }
 
-std::vector<std::string> SeriesCalls::lines() const { return bothSinks(logs, {mFunction}); }
+void SeriesCalls::restart() {
+  mSelector = std::make_unique<CzRovaZslSelector>();
+  history.clear();
+  inflight.clear();
+  wants = SelectInputParams{};
+}
+
+void SeriesCalls::capture(uint32_t first, uint32_t last, FrameState const& state) {
+  for (uint32_t n = first; n <= last; ++n) {
+    inflight[n] = makeInflight(n, state);
+    history.erase(n);
+  }
+}
+
+void SeriesCalls::arrive(uint32_t first, uint32_t last, FrameState const& state) {
+  for (uint32_t n = first; n <= last; ++n) {
+    inflight.erase(n);
+    history[n] = makeFrame(n, tsOf(n), state);
+  }
+}
+
+std::vector<std::string> SeriesCalls::said(std::vector<std::string> texts) const {
+  for (auto& text : texts) text = line(text);
+  return texts;
+}
+
+std::string SeriesCalls::missing(std::vector<std::string> const& texts) const {
+  std::vector<std::string> const android = linesOf(logs.android(), {mFunction});
+  std::vector<std::string> const unified = linesOf(logs.unified(), {mFunction});
+  std::string out;
+  for (auto const& text : texts) {
+    // Lines that start with an upper-case state word follow the request prefix.
+    std::string const want = mFunction + ": " + (std::isupper(text[0]) ? mPrefix : "") + text;
+    if (std::count(android.begin(), android.end(), want) == 0 ||
+        std::count(unified.begin(), unified.end(), want) == 0) {
+      out += text + "\n";
+    }
+  }
+  return out;
+}
 
 void setProperty(std::string const& key, std::string const& value) {
   android::base::SetProperty(key, value);

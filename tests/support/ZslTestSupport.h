@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CzRovaZslSelector.h"
@@ -20,7 +22,6 @@ using InflightFrame = NSCam::CustZone::ZslPolicy::ISelector::InflightFrame;
 using ZslFrameInfo = NSCam::CustZone::ZslPolicy::ISelector::ZslFrameInfo;
 using SelectInputParams = NSCam::CustZone::ZslPolicy::ISelector::SelectInputParams;
 using SelectOutputParams = NSCam::CustZone::ZslPolicy::ISelector::SelectOutputParams;
-using SubSeqReq = NSCam::CustZone::ZslPolicy::ISelector::SubSeqReq;
 using OpT = NSCam::CustZone::ZslPolicy::ISelector::OpT;
 using StreamSets = NSCam::CustZone::ZslPolicy::StreamSets;
 
@@ -51,16 +52,16 @@ class LogCapture {
 
   std::vector<LogLine> const& android() const { return mAndroid; }
   std::vector<LogLine> const& unified() const { return mUnified; }
-  // Bodies of every captured line of one sink, in order.
-  std::vector<std::string> androidBodies() const;
-  std::vector<std::string> unifiedBodies() const;
   // Bodies of the lines of one sink that contain `needle`.
   std::vector<std::string> androidWith(std::string const& needle) const;
   std::vector<std::string> unifiedWith(std::string const& needle) const;
   // Whether both sinks hold a line whose body is exactly `body` (the Android
   // copy of an error line compared without its location suffix).
   bool hasLine(std::string const& body) const;
-  void clear();
+  void clear() {
+    mAndroid.clear();
+    mUnified.clear();
+  }
 
   // Called by the sinks.
   void addAndroid(int priority, char const* message);
@@ -70,11 +71,6 @@ class LogCapture {
   std::vector<LogLine> mAndroid;
   std::vector<LogLine> mUnified;
 };
-
-// Splits "[function::line]body".
-LogLine parseLine(int priority, std::string_view raw);
-// Drops the " (function){#line:path}" suffix of an Android error line.
-std::string withoutErrorSuffix(std::string const& body);
 
 // What a frame's metadata reports; absent optionals leave the tag out.
 struct FrameState {
@@ -90,6 +86,13 @@ struct FrameState {
   std::optional<int32_t> preCollectHint;
   std::vector<int32_t> sensorModeList;  // (key, value) pairs, left out when empty
 };
+
+// `state` with one field set, e.g. with(&FrameState::psl, 1).
+template <typename T, typename V>
+FrameState with(T FrameState::*field, V value, FrameState state = {}) {
+  state.*field = std::move(value);
+  return state;
+}
 
 // The streams every test frame carries and every test request needs.
 StreamSets defaultStreams();
@@ -107,9 +110,8 @@ SelectInputParams makeSeriesMember(uint32_t requestNo, int32_t idx, int32_t cnt)
 void addHistory(SelectInputParams& in, uint32_t first, uint32_t last, FrameState const& state = {});
 int64_t tsOf(uint32_t frameNo);
 
-// Frame numbers chosen, by key; operations as (frame, op) pairs.
+// Frame numbers chosen, by key.
 std::vector<std::pair<int32_t, uint32_t>> chosen(SelectOutputParams const& out);
-std::vector<std::pair<uint32_t, uint32_t>> opsOf(SelectOutputParams const& out);
 
 // "function: body" of each line whose function is one of `functions` (all when
 // empty); Android error lines without their location suffix.
@@ -120,52 +122,51 @@ std::vector<std::string> linesOf(std::vector<LogLine> const& lines,
 std::vector<std::string> bothSinks(LogCapture const& logs,
                                    std::vector<std::string> const& functions = {});
 
-// A host that keeps its history and in-flight frames across select calls as a
-// pipeline would: the selector's lock and unlock operations set the frames'
-// `locked`, frames arrive from flight and leave the history.
-struct SeriesHost {
-  CzRovaZslSelector selector;
-  std::map<uint32_t, HistoryFrame> history;
-  std::map<uint32_t, InflightFrame> inflight;
+// One call's answer as one string: each frame by key ("F13", "[1]F28", "noZsl"
+// for kNoFrame, "/aux1" for an aux value), "none" for no frame; then each
+// operation ("+14" lock, "-15" unlock, "x10" release) and the frame set ("{13 14}").
+std::string answer(SelectOutputParams const& out);
 
-  // A series member seeing the current history and in-flight frames.
-  SelectInputParams member(uint32_t requestNo, int32_t idx, int32_t cnt,
-                           int64_t elapsedMs = 0) const;
-  // Calls select and applies the lock and unlock operations to the history.
-  SelectOutputParams serve(SelectInputParams const& in);
-  SelectOutputParams call(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0);
-  // Frames first..last captured (in flight), arrived in the history, or gone.
-  void capture(uint32_t first, uint32_t last, FrameState const& state = {});
-  void arrive(uint32_t first, uint32_t last, FrameState const& state = {});
-  void leave(uint32_t frameNo);
-};
-
-// Serves series members through one strategy, whose routing hint the debug
-// override forces for every select of the process, and keeps that strategy's
-// lines of the last call.
+// Serves series members through one strategy as a pipeline would: the history
+// and in-flight frames persist across calls, lock and unlock operations set the
+// frames' `locked`, released frames leave the history. A `hint` of 0 or more is
+// forced for every select of the process through the debug override.
 class SeriesCalls {
  public:
   // `function` names the strategy in its lines, `name` in the request prefix.
   SeriesCalls(int32_t hint, std::string function, std::string name);
 
-  // A member seeing the host's frames; starts a new call's lines.
+  // A member built on `wants`, seeing the host's frames; starts a new call's lines.
   SelectInputParams member(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0);
-  SelectOutputParams serve(SelectInputParams const& in) { return host.serve(in); }
-  SelectOutputParams call(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
-    return serve(member(requestNo, idx, cnt, elapsedMs));
+  SelectOutputParams serve(SelectInputParams const& in);
+  std::string ask(uint32_t requestNo, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
+    return answer(serve(member(requestNo, idx, cnt, elapsedMs)));
   }
+  // A new selector, no frames, nothing wanted.
+  void restart();
+  // Frames first..last captured (in flight), arrived in the history, or gone.
+  void capture(uint32_t first, uint32_t last, FrameState const& state = {});
+  void arrive(uint32_t first, uint32_t last, FrameState const& state = {});
+  void leave(uint32_t frameNo) { history.erase(frameNo); }
+
   // The request prefix of the last member, e.g. "[r57,0/1000ms]<ispHidl>IspHidl(0/3) ".
   std::string const& prefix() const { return mPrefix; }
-  // A line of the strategy in the last call, as bothSinks lists it.
-  std::string line(std::string const& text) const;
-  std::vector<std::string> said(std::vector<std::string> const& texts) const;
+  // Lines of the strategy in the last call, as bothSinks lists them.
+  std::string line(std::string const& text) const { return mFunction + ": " + mPrefix + text; }
+  std::vector<std::string> said(std::vector<std::string> texts) const;
   // The strategy's lines of the last call on both sinks.
-  std::vector<std::string> lines() const;
+  std::vector<std::string> lines() const { return bothSinks(logs, {mFunction}); }
+  // The `texts` that the strategy did not say on both sinks in the last call, one
+  // a line; a text that starts with an upper-case state word follows `prefix()`.
+  std::string missing(std::vector<std::string> const& texts) const;
 
   LogCapture logs;
-  SeriesHost host;
+  std::map<uint32_t, HistoryFrame> history;
+  std::map<uint32_t, InflightFrame> inflight;
+  SelectInputParams wants;  // settings, shutter time and announced frames of every member
 
  private:
+  std::unique_ptr<CzRovaZslSelector> mSelector;
   std::string mFunction;
   std::string mName;
   std::string mPrefix;
