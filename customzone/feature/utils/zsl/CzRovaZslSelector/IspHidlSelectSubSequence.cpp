@@ -359,10 +359,10 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_SubSequence(
   int32_t const idx = params.ispHidlFrameIdx;
   int32_t const cnt = params.ispHidlFrameCnt;
   auto outsideSeries = [&](int32_t seriesCnt) {
-    CZ_LOGE(
-        "%s INVALID: R%u (idx=%d) is outside its series of %d, use multiFrameSelect with "
-        "policy=%s instead.",
-        prefix.c_str(), params.requestNo, idx, seriesCnt, toString(mPolicy).c_str());
+    CZ_LOGE_AT(kFn,
+               "%s INVALID: R%u (idx=%d) is outside its series of %d, use multiFrameSelect with "
+               "policy=%s instead.",
+               prefix.c_str(), params.requestNo, idx, seriesCnt, toString(mPolicy).c_str());
     return multiFrameSelect(params, prefix, mPolicy);
   };
   // Index-aligned bookkeeping only ever grows up to the series count.

@@ -123,6 +123,9 @@ TEST_F(MfnrHdrTest, HdrSeriesServedInTurnThenBackToNoiseReduction) {
   // Noise reduction is current again: a pre-collect member waits.
   EXPECT_EQ(hdr(110, 0, 1, 0), "none");
   EXPECT_EQ(lines(), said({"DEBUG: is pre-collect, IspHidlReqObj={index=null }, send to pending"}));
+  // ...and its count starts again from 0.
+  ask(120, 0, 2);
+  EXPECT_EQ("", missing({"STATE: select MFLL frames #1, current frames #0->#1"}));
 }
 
 TEST_F(MfnrHdrTest, OldestHintedFrameWinsEvenWhenTaken) {
