@@ -16,9 +16,6 @@ TEST(Properties, ReadWhatLibbaseSets) {
   android::base::SetProperty("test.zsl.a", "twelve");
   EXPECT_EQ(property_get_int64("test.zsl.a", -1), -1);
   EXPECT_EQ(property_get_int32(nullptr, 3), 3);
-}
-
-TEST(Properties, Booleans) {
   EXPECT_FALSE(property_get_bool("test.zsl.b", false));
   for (char const* yes : {"1", "true", "y", "yes", "on"}) {
     android::base::SetProperty("test.zsl.b", yes);

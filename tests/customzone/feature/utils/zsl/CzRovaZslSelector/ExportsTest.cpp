@@ -12,60 +12,43 @@
 using namespace zsltest;
 using NSCam::CustZone::ZslPolicy::ISelector;
 
-namespace {
-
-std::string pluginPath() { return ZSL_PLUGIN_PATH; }
-
-// Names of the defined dynamic symbols (nm -D --defined-only).
-std::vector<std::string> definedExports(std::string const& path) {
+TEST(Exports, FactoryIsTheOnlyDefinedExport) {
   std::vector<std::string> names;
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(
-      popen(("nm -D --defined-only '" + path + "'").c_str(), "r"), pclose);
-  if (!pipe) {
-    return names;
-  }
+      popen("nm -D --defined-only '" ZSL_PLUGIN_PATH "'", "r"), pclose);
+  ASSERT_NE(pipe, nullptr);
   char line[512];
   while (std::fgets(line, sizeof(line), pipe.get()) != nullptr) {
     std::string text(line);
     text.erase(text.find_last_not_of("\r\n") + 1);
     names.push_back(text.substr(text.find_last_of(' ') + 1));
   }
-  return names;
-}
-
-}  // namespace
-
-TEST(Exports, FactoryIsTheOnlyDefinedExport) {
-  std::string const path = pluginPath();
-  EXPECT_THAT(definedExports(path), testing::ElementsAre("createCustomSelector"));
+  EXPECT_THAT(names, testing::ElementsAre("createCustomSelector"));
 }
 
 TEST(Exports, HostLoadsThePluginAndCreatesTheSelector) {
   LogCapture logs;
-  void* handle = dlopen(pluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+  void* handle = dlopen(ZSL_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
   ASSERT_NE(handle, nullptr) << dlerror();
   using Factory = void (*)(std::shared_ptr<ISelector>&);
   auto factory = reinterpret_cast<Factory>(dlsym(handle, "createCustomSelector"));
   ASSERT_NE(factory, nullptr);
-
   std::shared_ptr<ISelector> selector;
   factory(selector);
   ASSERT_NE(selector, nullptr);
   EXPECT_EQ(selector->getName(), "CzRovaZslSelector");
-  ISelector* first = selector.get();
+  char first[32];
+  std::snprintf(first, sizeof(first), "%p", static_cast<void*>(selector.get()));
   // A second call replaces, and so destroys, the selector held before.
   factory(selector);
   EXPECT_NE(selector.get(), nullptr);
   EXPECT_EQ(selector.use_count(), 1);
+  EXPECT_TRUE(logs.hasLine(std::string("CzRovaZslSelector dtor(") + first + ")"));
   SelectInputParams in = makeStill(1, tsOf(11));
   addHistory(in, 10, 12);
   EXPECT_EQ(chosen(selector->select(in)), (std::vector<std::pair<int32_t, uint32_t>>{{0, 11}}));
   selector.reset();
   dlclose(handle);
-
-  char self[32];
-  std::snprintf(self, sizeof(self), "%p", static_cast<void*>(first));
   EXPECT_EQ(logs.unifiedWith("ctor(").size(), 2u);
   EXPECT_EQ(logs.unifiedWith("dtor(").size(), 2u);
-  EXPECT_TRUE(logs.hasLine(std::string("CzRovaZslSelector dtor(") + self + ")"));
 }

@@ -13,11 +13,8 @@
 using namespace zsltest;
 using NSCam::Utils::ULog::ULogger;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
-
-constexpr char kSuffixPath[] = "customzone/feature/utils/zsl/CzRovaZslSelector/CzRovaZslSelector";
 
 void logEveryLevel() {
   CZ_LOGE_AT("f", "E");
@@ -25,12 +22,6 @@ void logEveryLevel() {
   CZ_LOGI_AT("f", "I");
   CZ_LOGD_AT("f", "D");
   CZ_LOGD_LV_AT(0, "f", "never: selector level 0");
-}
-
-std::string pointer(void const* p) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%p", p);
-  return text;
 }
 
 std::vector<int> prioritiesOf(std::vector<LogLine> const& lines) {
@@ -41,7 +32,7 @@ std::vector<int> prioritiesOf(std::vector<LogLine> const& lines) {
 
 }  // namespace
 
-TEST(Logging, GatesAndSinks) {
+TEST(Logging, GatesSinksAndArguments) {
   struct Case {
     uint32_t details, mask, mode;
     std::vector<std::string> android, unified;
@@ -68,21 +59,29 @@ TEST(Logging, GatesAndSinks) {
     EXPECT_EQ(linesOf(logs.android()), c.android) << c.details << "/" << c.mask << "/" << c.mode;
     EXPECT_EQ(linesOf(logs.unified()), c.unified) << c.details << "/" << c.mask << "/" << c.mode;
   }
-  LogCapture logs;
-  logEveryLevel();
-  EXPECT_THAT(prioritiesOf(logs.android()), ElementsAre(6, 5, 4, 3));
-  EXPECT_THAT(prioritiesOf(logs.unified()), ElementsAre(1, 2, 3, 5));
+  {
+    LogCapture logs;
+    logEveryLevel();
+    EXPECT_THAT(prioritiesOf(logs.android()), ElementsAre(6, 5, 4, 3));
+    EXPECT_THAT(prioritiesOf(logs.unified()), ElementsAre(1, 2, 3, 5));
+  }
+  // Arguments are evaluated once, and only when the gate is open.
+  LogCapture logs(3, 0, 3);
+  int calls = 0;
+  CZ_LOGI_AT("f", "%d", ++calls);
+  CZ_LOGD_AT("f", "%d", ++calls);
+  CZ_LOGE_AT("f", "%d", ++calls);
+  EXPECT_EQ(calls, 2);
+  EXPECT_THAT(bothSinks(logs), ElementsAre("f: 1", "f: 2"));
 }
 
 TEST(Logging, TagModuleIdAndErrorSuffix) {
-  static std::vector<std::string> sAndroidTags;
+  static std::vector<std::string> sAndroid;
   static std::vector<std::pair<uint32_t, std::string>> sUnified;
-  static std::vector<std::string> sAndroidText;
   LogCapture::setGates(5, 0x101000, 3);
   __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
   __android_log_set_logger([](__android_logger_data const* data, char const* message) {
-    sAndroidTags.emplace_back(data->tag);
-    sAndroidText.emplace_back(message);
+    sAndroid.push_back(std::string(data->tag) + "|" + message);
   });
   ULogger::setHostSink(
       [](uint32_t moduleId, std::string_view tag, uint32_t, std::string_view text) {
@@ -92,13 +91,14 @@ TEST(Logging, TagModuleIdAndErrorSuffix) {
   CZ_LOGE_AT("fn", "bad %d%%", 5);
   CZ_LOGI_AT("fn", "fine");
   ULogger::setHostSink(nullptr);
-  std::string const at = "[fn::" + std::to_string(line) + "]";
-  EXPECT_THAT(sAndroidTags, ElementsAre("CzRovaZslSelector", "CzRovaZslSelector"));
-  EXPECT_THAT(sAndroidText,
-              ElementsAre(at + "bad 5% (fn){#" + std::to_string(line) + ":" + kSuffixPath + "}",
-                          "[fn::" + std::to_string(line + 1) + "]fine"));
+  std::string const at = "CzRovaZslSelector|[fn::" + std::to_string(line) + "]";
+  EXPECT_THAT(sAndroid,
+              ElementsAre(at + "bad 5% (fn){#" + std::to_string(line) +
+                              ":customzone/feature/utils/zsl/CzRovaZslSelector/"
+                              "CzRovaZslSelector}",
+                          "CzRovaZslSelector|[fn::" + std::to_string(line + 1) + "]fine"));
   ASSERT_EQ(sUnified.size(), 2u);
-  EXPECT_EQ(sUnified[0], std::make_pair(0x101005u, "CzRovaZslSelector|" + at + "bad 5%"));
+  EXPECT_EQ(sUnified[0], std::make_pair(0x101005u, at + "bad 5%"));
   EXPECT_EQ(sUnified[1].first, 0x101005u);
 }
 
@@ -114,35 +114,22 @@ TEST(Logging, UnifiedCopyIsCutAt1023Characters) {
   EXPECT_EQ(logs.unified()[1].raw, head + std::string(1023 - head.size(), 'y'));
 }
 
-TEST(Logging, ArgumentsEvaluatedOnceAndOnlyWhenOpen) {
-  LogCapture logs(3, 0, 3);
-  int calls = 0;
-  CZ_LOGI_AT("f", "%d", ++calls);
-  CZ_LOGD_AT("f", "%d", ++calls);
-  CZ_LOGE_AT("f", "%d", ++calls);
-  EXPECT_EQ(calls, 2);
-  EXPECT_THAT(bothSinks(logs), ElementsAre("f: 1", "f: 2"));
-}
-
-TEST(Logging, ConstructorAndDestructorLines) {
+TEST(Logging, ConstructorDestructorAndSelectorLevel) {
   LogCapture logs;
   std::optional<CzRovaZslSelector> selector;
   selector.emplace();
-  std::string const self = pointer(&*selector);
+  char self[32];
+  std::snprintf(self, sizeof(self), "%p", static_cast<void*>(&*selector));
+  std::string const ctor = "CzRovaZslSelector: CzRovaZslSelector ctor(" + std::string(self) + ")";
+  std::string const dtor = "~CzRovaZslSelector: CzRovaZslSelector dtor(" + std::string(self) + ")";
   selector.reset();
-  EXPECT_THAT(bothSinks(logs),
-              ElementsAre("CzRovaZslSelector: CzRovaZslSelector ctor(" + self + "), mLogLevel(1)",
-                          "~CzRovaZslSelector: CzRovaZslSelector dtor(" + self + ")"));
+  EXPECT_THAT(bothSinks(logs), ElementsAre(ctor + ", mLogLevel(1)", dtor));
   EXPECT_THAT(prioritiesOf(logs.android()), ElementsAre(3, 3));
   EXPECT_THAT(prioritiesOf(logs.unified()), ElementsAre(5, 5));
-}
-
-TEST(Logging, SelectorLevelZeroSilencesOnlyPerRequestDebugLines) {
+  logs.clear();
+  // Selector level 0 silences only the per-request debug lines.
   setProperty("vendor.debug.camera.log.zsl.sample", "0");
-  LogCapture logs;
-  std::optional<CzRovaZslSelector> selector;
   selector.emplace();
-  std::string const self = pointer(&*selector);
   SelectInputParams in = makeStill(3, tsOf(11));
   addHistory(in, 10, 12);
   in.elapsedMs = 1000;
@@ -150,14 +137,12 @@ TEST(Logging, SelectorLevelZeroSilencesOnlyPerRequestDebugLines) {
   selector.reset();
   EXPECT_THAT(
       bothSinks(logs, {"CzRovaZslSelector", "~CzRovaZslSelector", "select", "multiFrameSelect"}),
-      ElementsAre(
-          "CzRovaZslSelector: CzRovaZslSelector ctor(" + self + "), mLogLevel(0)",
-          "select: ZEB_CSHOT_FEATURE_CAPTURE = 0",
-          "select: [r3,1000/1000ms]<multiFrame> INFO: hint=0, policy={ AFStable "
-          "AESoftStable ZeroShutterDelay ContinuousFrame }",
-          "multiFrameSelect: [r3,1000/1000ms]<multiFrame> search continuous from hf[F10 R10 "
-          "ts:330000000 ss=(1,1,1) locked=0 Recycle=0]",
-          "~CzRovaZslSelector: CzRovaZslSelector dtor(" + self + ")"));
+      ElementsAre(ctor + ", mLogLevel(0)", "select: ZEB_CSHOT_FEATURE_CAPTURE = 0",
+                  "select: [r3,1000/1000ms]<multiFrame> INFO: hint=0, policy={ AFStable "
+                  "AESoftStable ZeroShutterDelay ContinuousFrame }",
+                  "multiFrameSelect: [r3,1000/1000ms]<multiFrame> search continuous from hf[F10 "
+                  "R10 ts:330000000 ss=(1,1,1) locked=0 Recycle=0]",
+                  dtor));
 }
 
 namespace {
@@ -195,10 +180,7 @@ TEST(LoggingDeathTest, FatalWritesBothCopiesCallsTheHookThenAsserts) {
   EXPECT_EXIT(fatalChild(3, false), testing::KilledBySignal(SIGABRT),
               "android:6:" + text + suffix + "\nunified:1:" + text + "\nhook:1\n" +
                   ".*android:7:" + text + suffix + "\naborter:" + text + suffix);
-}
-
-TEST(LoggingDeathTest, FatalHookOnlyAfterAUnifiedCopy) {
-  // Android copy only: no unified line, so no hook; the assertion still aborts.
+  // The hook runs only after a unified copy; the assertion aborts either way.
   EXPECT_EXIT(fatalChild(1, true), testing::KilledBySignal(SIGABRT), "aborter:");
   EXPECT_EXIT(fatalChild(0, true), testing::KilledBySignal(SIGABRT), "aborter:");
   EXPECT_EXIT(fatalChild(8, true), testing::ExitedWithCode(11), "unified:1:");

@@ -14,37 +14,45 @@ using Chosen = std::vector<std::pair<int32_t, uint32_t>>;
 std::string const kDefaultPolicy = "{ AFStable AESoftStable ZeroShutterDelay ContinuousFrame }";
 std::vector<std::string> const kDispatch = {"select", "invokeADB"};
 
-// History F10..F14; the zero-shutter frame of a still capture is F13.
-SelectInputParams still(uint32_t request, std::optional<int32_t> cshot = 0) {
-  SelectInputParams in = makeStill(request, tsOf(12) + 1);
-  in.frameInfos[0] = makeFrameInfo(cshot);
-  addHistory(in, 10, 14);
-  return in;
-}
-
-SelectInputParams member(uint32_t request, int32_t idx, int32_t cnt) {
-  SelectInputParams in = makeSeriesMember(request, idx, cnt);
+// History F10..F14; the zero-shutter frame is F13.
+SelectInputParams withHistory(SelectInputParams in, int64_t elapsedMs) {
   in.zsdTs = tsOf(12) + 1;
+  in.elapsedMs = elapsedMs;
   addHistory(in, 10, 14);
   return in;
 }
 
-void enableOverrides() { setProperty("vendor.debug.camera.zsl.runtime.adb", "1"); }
+SelectInputParams still(uint32_t no, std::optional<int32_t> cshot = 0, int64_t elapsedMs = 0) {
+  SelectInputParams in = makeStill(no, 0);
+  in.frameInfos[0] = makeFrameInfo(cshot);
+  return withHistory(in, elapsedMs);
+}
+
+SelectInputParams member(uint32_t no, int32_t idx, int32_t cnt, int64_t elapsedMs = 0) {
+  return withHistory(makeSeriesMember(no, idx, cnt), elapsedMs);
+}
+
+void setOverride(char const* name, std::string const& value) {
+  setProperty("vendor.debug.camera.zsl.runtime.adb", "1");
+  setProperty(std::string("vendor.debug.camera.zsl.force.") + name, value);
+}
 
 }  // namespace
 
-TEST(SelectDispatch, ContinuousShotTagChoosesThePolicy) {
+TEST(SelectDispatch, ContinuousShotTagChoosesThePolicyAndOverridesNeedTheFirstCall) {
   LogCapture logs;
   CzRovaZslSelector selector;
-  SelectInputParams in = still(57);
-  in.elapsedMs = 12;
-  EXPECT_EQ(chosen(selector.select(in)), (Chosen{{0, 13}}));
+  EXPECT_EQ(chosen(selector.select(still(57, 0, 12))), (Chosen{{0, 13}}));
   EXPECT_EQ(chosen(selector.select(still(58, 1))), (Chosen{{0, 10}}));
   // A continuous-shot tag of another type is no tag: the request is an invalid series.
   SelectInputParams mistyped = still(59, std::nullopt);
   IMetadata::setEntry<int64_t>(&mistyped.frameInfos[0].metas[kAppMetaStream],
                                ZEB_CSHOT_FEATURE_CAPTURE, 1);
   EXPECT_EQ(chosen(selector.select(mistyped)), (Chosen{{0, 13}}));
+  // The runtime flag is read once per process, at the first call.
+  setOverride("hint", "7");
+  setOverride("timeout", "0");
+  EXPECT_EQ(chosen(selector.select(still(60))), (Chosen{{0, 13}}));
   EXPECT_THAT(
       bothSinks(logs, kDispatch),
       ElementsAre("select: ZEB_CSHOT_FEATURE_CAPTURE = 0",
@@ -53,21 +61,24 @@ TEST(SelectDispatch, ContinuousShotTagChoosesThePolicy) {
                   "select: [r58,0/1000ms]<multiFrame> INFO: hint=0, policy={ AFStable AEStable }",
                   "select: [r59,0/1000ms]<none> INVALID: ispHidl request (idx=-1, cnt=-1), use "
                   "multiFrameSelect with policy=" +
-                      kDefaultPolicy + " instead."));
+                      kDefaultPolicy + " instead.",
+                  "select: ZEB_CSHOT_FEATURE_CAPTURE = 0",
+                  "select: [r60,0/1000ms]<multiFrame> INFO: hint=0, policy=" + kDefaultPolicy));
 }
 
-TEST(SelectDispatch, InvalidSeriesFallsBackToMultiFrame) {
+TEST(SelectDispatch, BadSeriesAndEmptyFrameInfos) {
   LogCapture logs;
   CzRovaZslSelector selector;
   std::pair<int32_t, int32_t> const bad[] = {{-1, -1}, {-1, 3}, {0, 0}, {2, -5}, {0, 257}};
   std::vector<std::string> expected;
-  uint32_t request = 20;
+  uint32_t no = 20;
   for (auto [idx, cnt] : bad) {
-    EXPECT_EQ(chosen(selector.select(member(request, idx, cnt))), (Chosen{{0, 13}}));
+    SelectInputParams in = member(no, idx, cnt);
+    EXPECT_EQ(chosen(selector.select(in)), (Chosen{{0, 13}}));
     std::string series = idx == -1 && cnt == -1
                              ? ""
                              : "IspHidl(" + std::to_string(idx) + "/" + std::to_string(cnt) + ")";
-    expected.push_back("select: [r" + std::to_string(request++) + ",0/1000ms]<none>" + series +
+    expected.push_back("select: [r" + std::to_string(no++) + ",0/1000ms]<none>" + series +
                        " INVALID: ispHidl request (idx=" + std::to_string(idx) +
                        ", cnt=" + std::to_string(cnt) +
                        "), use multiFrameSelect with policy=" + kDefaultPolicy + " instead.");
@@ -79,34 +90,23 @@ TEST(SelectDispatch, InvalidSeriesFallsBackToMultiFrame) {
   expected.push_back(
       "select: [r30,0/1000ms]<ispHidlSelect_SubSequence>IspHidl(255/256) INFO: hint=5, "
       "policy=None");
-  EXPECT_EQ(bothSinks(logs, {"select"}), expected);
-}
-
-TEST(SelectDispatch, EmptyFrameInfosGetAnEmptyAnswer) {
-  LogCapture logs;
-  CzRovaZslSelector selector;
-  SelectInputParams in = member(9, 0, 3);
-  in.frameInfos.clear();
-  auto out = selector.select(in);
+  SelectInputParams empty = member(9, 0, 3);
+  empty.frameInfos.clear();
+  auto out = selector.select(empty);
   EXPECT_TRUE(out.frames.empty() && out.ops.empty() && out.frameSet.empty());
-  EXPECT_THAT(bothSinks(logs, kDispatch),
-              ElementsAre("select: INVALID: R9 has no frameInfos, nothing to select"));
+  expected.push_back("select: INVALID: R9 has no frameInfos, nothing to select");
+  EXPECT_EQ(bothSinks(logs, kDispatch), expected);
 }
 
 TEST(SelectDispatch, ForcedHintRoutesEveryValidSeries) {
-  enableOverrides();
   LogCapture logs(3, 0, 3);
   CzRovaZslSelector selector;
   std::vector<std::string> expected;
-  auto route = [&](int32_t hint, uint32_t request, int32_t idx, std::string const& line) {
-    setProperty("vendor.debug.camera.zsl.force.hint", std::to_string(hint));
-    SelectInputParams in = member(request, idx, 3);
-    in.elapsedMs = 12;
-    selector.select(in);
+  auto route = [&](int32_t hint, uint32_t no, int32_t idx, std::string const& line) {
+    setOverride("hint", std::to_string(hint));
+    selector.select(member(no, idx, 3, 12));
     expected.push_back("invokeADB: runtime adb set hint=" + std::to_string(hint));
-    if (!line.empty()) {
-      expected.push_back("select: [r" + std::to_string(request) + ",12/1000ms]" + line);
-    }
+    if (!line.empty()) expected.push_back("select: [r" + std::to_string(no) + ",12/1000ms]" + line);
   };
   route(0, 56, 0, "<multiFrame>IspHidl(0/3) INFO: hint=0, policy=" + kDefaultPolicy);
   route(1, 57, 0, "<ispHidl>IspHidl(0/3) INFO: hint=1, policy=" + kDefaultPolicy);
@@ -129,21 +129,16 @@ TEST(SelectDispatch, ForcedHintRoutesEveryValidSeries) {
 }
 
 TEST(SelectDispatch, ForcedPolicyAndTimeoutPersist) {
-  enableOverrides();
-  setProperty("vendor.debug.camera.zsl.force.policy", "16777216");
-  setProperty("vendor.debug.camera.zsl.force.timeout", "5");
+  setOverride("policy", "16777216");
+  setOverride("timeout", "5");
   LogCapture logs(3, 0, 3);
   CzRovaZslSelector selector;
-  SelectInputParams in = still(1);
-  in.elapsedMs = 3;
-  EXPECT_THAT(chosen(selector.select(in)), IsEmpty());
-  setProperty("vendor.debug.camera.zsl.force.policy", "-1");
-  setProperty("vendor.debug.camera.zsl.force.timeout", "-1");
-  in = still(2);
-  in.elapsedMs = 5;
-  EXPECT_EQ(chosen(selector.select(in)), (Chosen{{0, kNoFrame}}));
+  EXPECT_THAT(chosen(selector.select(still(1, 0, 3))), IsEmpty());
+  setOverride("policy", "-1");
+  setOverride("timeout", "-1");
+  EXPECT_EQ(chosen(selector.select(still(2, 0, 5))), (Chosen{{0, kNoFrame}}));
   // Only the low 32 bits of a forced policy are kept.
-  setProperty("vendor.debug.camera.zsl.force.policy", std::to_string((1LL << 32) | 3));
+  setOverride("policy", std::to_string((1LL << 32) | 3));
   EXPECT_EQ(chosen(selector.select(still(3))), (Chosen{{0, 10}}));
   EXPECT_THAT(bothSinks(logs, kDispatch),
               ElementsAre("invokeADB: runtime adb set policy(16777216)={ ForcePending }",
@@ -155,36 +150,17 @@ TEST(SelectDispatch, ForcedPolicyAndTimeoutPersist) {
                           "AEStable }"));
 }
 
-TEST(SelectDispatch, RuntimeFlagIsReadOncePerProcess) {
-  LogCapture logs(3, 0, 3);
-  CzRovaZslSelector selector;
-  selector.select(still(1));
-  enableOverrides();
-  setProperty("vendor.debug.camera.zsl.force.hint", "7");
-  setProperty("vendor.debug.camera.zsl.force.timeout", "0");
-  EXPECT_EQ(chosen(selector.select(still(2))), (Chosen{{0, 13}}));
-  EXPECT_THAT(
-      bothSinks(logs, kDispatch),
-      ElementsAre("select: [r1,0/1000ms]<multiFrame> INFO: hint=0, policy=" + kDefaultPolicy,
-                  "select: [r2,0/1000ms]<multiFrame> INFO: hint=0, policy=" + kDefaultPolicy));
-}
-
 TEST(SelectDispatch, OpenSeriesAreDumpedWithoutSubSequence) {
-  enableOverrides();
   LogCapture logs;
   CzRovaZslSelector selector;
-  auto open = [&](int32_t hint, uint32_t request) {
-    setProperty("vendor.debug.camera.zsl.force.hint", std::to_string(hint));
-    selector.select(member(request, 0, 2));
-  };
-  open(5, 300);
-  open(2, 200);
-  open(2, 205);
-  open(1, 210);
-  setProperty("vendor.debug.camera.zsl.force.hint", "-1");
+  for (auto [hint, no] : {std::pair{5, 300}, {2, 200}, {2, 205}, {1, 210}}) {
+    setOverride("hint", std::to_string(hint));
+    selector.select(member(no, 0, 2));
+  }
+  setOverride("hint", "-1");
   selector.select(still(400));
   // No line while only the sub-sequence series is open.
-  EXPECT_EQ(logs.unifiedWith("DEBUG: R200 dump").size(), 0u);
+  EXPECT_THAT(logs.unifiedWith("DEBUG: R200 dump"), IsEmpty());
   EXPECT_THAT(bothSinks(logs, {"select"}),
               testing::Contains(
                   "select: DEBUG: R400 dump mIspHidlReqs={210 }, mIspHidlReqs_Latest={200 205 }, "
