@@ -166,3 +166,16 @@ TEST(SelectDispatch, OpenSeriesAreDumpedWithoutSubSequence) {
                   "select: DEBUG: R400 dump mIspHidlReqs={210 }, mIspHidlReqs_Latest={200 205 }, "
                   "mIspHidlReqs_LatestWithQuality={null}, mIspHidlReqs_PreCollect={null}"));
 }
+
+// Zero is a value like any other: no quality bits, and every request is due at once.
+TEST(SelectDispatch, ForcedZeroPolicyAndTimeout) {
+  setOverride("policy", "0");
+  setOverride("timeout", "0");
+  LogCapture logs(3, 0, 3);
+  CzRovaZslSelector selector;
+  EXPECT_EQ(chosen(selector.select(still(1))), (Chosen{{0, 10}}));
+  EXPECT_THAT(bothSinks(logs, kDispatch),
+              ElementsAre("invokeADB: runtime adb set policy(0)={ None }",
+                          "invokeADB: runtime adb set timeout=0ms",
+                          "select: [r1,0/0ms]<multiFrame> INFO: hint=0, policy={ None }"));
+}
