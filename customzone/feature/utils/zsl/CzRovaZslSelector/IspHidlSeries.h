@@ -76,9 +76,10 @@ inline uint32_t seriesKey(ISelector::SelectInputParams const& in) {
 
 // The record of `in`'s series; index 0 creates it. A later member whose series
 // does not exist gets the error line and nullptr.
-template <typename Record>
-Record* findOrCreate(std::map<uint32_t, Record>& records, ISelector::SelectInputParams const& in,
-                     std::string const& prefix, char const* fn) {
+template <typename Records>
+typename Records::mapped_type* findOrCreate(Records& records,
+                                            ISelector::SelectInputParams const& in,
+                                            std::string const& prefix, char const* fn) {
   uint32_t const request = in.requestNo;
   int32_t const idx = in.ispHidlFrameIdx;
   if (auto it = records.find(seriesKey(in)); it != records.end()) {
@@ -92,7 +93,7 @@ Record* findOrCreate(std::map<uint32_t, Record>& records, ISelector::SelectInput
                recordList(records).c_str());
     return nullptr;
   }
-  auto [pos, inserted] = records.emplace(request, Record{});
+  auto [pos, inserted] = records.emplace(request, typename Records::mapped_type{});
   if (!inserted) {
     CZ_LOG_FATAL_AT(fn,
                     "%s INVALID: fail to create a new IspHidlReqObj(%u - %d), IspHidlReqObj={%s}",

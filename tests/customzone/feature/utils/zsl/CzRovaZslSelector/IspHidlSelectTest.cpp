@@ -113,4 +113,19 @@ TEST(FifoDeathTest, DueMemberWithoutMappingAborts) {
                "\\[ispHidlSelect::[0-9]+\\]\\[r7\\] INVALID: R7 fail to get request mapping");
 }
 
+// Record storage that refuses every new series.
+struct FullRecords : std::map<uint32_t, CzRovaZslSelector::IspHidlReqObj> {
+  std::pair<iterator, bool> emplace(uint32_t, CzRovaZslSelector::IspHidlReqObj const&) {
+    return {end(), false};
+  }
+};
+
+TEST(FifoDeathTest, SeriesThatCannotBeCreatedAborts) {
+  FullRecords records;
+  EXPECT_DEATH(NSCam::CustZone::series::findOrCreate(records, makeSeriesMember(57, 0, 3), "[r57]",
+                                                     "ispHidlSelect"),
+               "\\[ispHidlSelect::[0-9]+\\]\\[r57\\] INVALID: fail to create a new "
+               "IspHidlReqObj\\(57 - 0\\), IspHidlReqObj=\\{index=null \\}");
+}
+
 }  // namespace
