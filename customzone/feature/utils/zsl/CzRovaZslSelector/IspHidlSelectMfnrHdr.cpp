@@ -2,7 +2,6 @@
 
 #include <map>
 #include <string>
-#include <tuple>
 
 #include "CzRovaZslSelectorUtils.h"
 #include "IspHidlSeries.h"
@@ -103,11 +102,8 @@ ISelector::SelectOutputParams CzRovaZslSelector::ispHidlSelect_MFNR_HDR(
               prefix.c_str(), series::recordList(mIspHidlReqs_PreCollect).c_str());
       return {};
     }
-    bool inserted = false;
-    std::tie(entry, inserted) = record->mapping.emplace(request, PreCollectObj{kNoFrame, ev, 0});
-    if (!inserted) {
-      CZ_LOG_FATAL("%s INVALID: fail to create a new mapping", prefix.c_str());
-    }
+    entry = series::emplaceNew(record->mapping, request, PreCollectObj{kNoFrame, ev, 0}, prefix,
+                               __FUNCTION__);
   }
   PreCollectObj& obj = entry->second;
   CZ_LOGD_L("%s DEBUG: mapping={%s}", prefix.c_str(), mappingDump(record->mapping).c_str());

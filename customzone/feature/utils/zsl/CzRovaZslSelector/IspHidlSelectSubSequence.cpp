@@ -334,12 +334,7 @@ void handOut(Call const& c, bool pslFirst, Record& record, Output& result) {
                   c.prefix.c_str(), c.request, series::pendingForm(pending).c_str());
     return;
   }
-  auto mapped = record.mapping.find(c.request);
-  if (mapped == record.mapping.end()) {
-    CZ_LOG_FATAL_AT(kFn, "%s INVALID: R%u fail to get request mapping", c.prefix.c_str(),
-                    c.request);
-  }
-  uint32_t const frame = mapped->second;
+  uint32_t const frame = series::mappedFrame(record.mapping, c.request, c.prefix, kFn);
   if (frame != kNoFrame && c.in.history.count(frame) == 0) {
     return;
   }

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "CzRovaZslSelector.h"
 #include "CzRovaZslSelectorUtils.h"
@@ -204,6 +205,30 @@ inline void timeOut(CzRovaZslSelector::IspHidlReqObj& record,
              mappingForm(record.mapping).c_str());
 }
 
+// The frame mapped to a request that is due; a due request without one is a
+// broken invariant.
+inline uint32_t mappedFrame(std::map<uint32_t, uint32_t> const& mapping, uint32_t request,
+                            std::string const& prefix, char const* fn) {
+  auto mapped = mapping.find(request);
+  if (mapped == mapping.end()) {
+    CZ_LOG_FATAL_AT(fn, "%s INVALID: R%u fail to get request mapping", prefix.c_str(), request);
+  }
+  return mapped->second;
+}
+
+// Adds an entry that the caller has just looked up and not found; a clash is a
+// broken invariant.
+template <typename Map>
+typename Map::iterator emplaceNew(Map& map, typename Map::key_type key,
+                                  typename Map::mapped_type value, std::string const& prefix,
+                                  char const* fn) {
+  auto [pos, inserted] = map.emplace(key, std::move(value));
+  if (!inserted) {
+    CZ_LOG_FATAL_AT(fn, "%s INVALID: fail to create a new mapping", prefix.c_str());
+  }
+  return pos;
+}
+
 // Answers `request` when it is the oldest member still waiting and its frame
 // is at hand (or it goes without ZSL); otherwise the request waits.
 inline void handOut(CzRovaZslSelector::IspHidlReqObj& record,
@@ -215,11 +240,7 @@ inline void handOut(CzRovaZslSelector::IspHidlReqObj& record,
                   prefix.c_str(), request, pendingForm(record.needSelectReqs).c_str());
     return;
   }
-  auto mapped = record.mapping.find(request);
-  if (mapped == record.mapping.end()) {
-    CZ_LOG_FATAL_AT(fn, "%s INVALID: R%u fail to get request mapping", prefix.c_str(), request);
-  }
-  uint32_t const frame = mapped->second;
+  uint32_t const frame = mappedFrame(record.mapping, request, prefix, fn);
   if (frame != kNoFrame && history.count(frame) == 0) {
     return;
   }

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "IspHidlSeries.h"
 #include "ZslTestSupport.h"
 
 using namespace zsltest;
@@ -184,6 +186,21 @@ TEST_F(MfnrHdrTest, PhaseOutlivesSelectorsAndIgnoresLogGates) {
   EXPECT_EQ(hdr(400, 0, 1, 0), "[1]F28");
   EXPECT_EQ("", missing({"STATE: get all HDR frames #1, current frames #1, change status "
                          "to MFLL"}));
+}
+
+using PreCollectObj = CzRovaZslSelector::IspHidlReqObj_PreCollect::PreCollectObj;
+
+// Mapping storage that already holds every request.
+struct FullMapping : std::map<uint32_t, PreCollectObj> {
+  std::pair<iterator, bool> emplace(uint32_t, PreCollectObj) { return {end(), false}; }
+};
+
+TEST(MfnrHdrDeathTest, MappingThatCannotBeCreatedAborts) {
+  FullMapping mapping;
+  EXPECT_DEATH(NSCam::CustZone::series::emplaceNew(mapping, 100, PreCollectObj{}, "[r100]",
+                                                   "ispHidlSelect_MFNR_HDR"),
+               "\\[ispHidlSelect_MFNR_HDR::[0-9]+\\]\\[r100\\] INVALID: fail to create a new "
+               "mapping");
 }
 
 }  // namespace
